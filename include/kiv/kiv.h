@@ -1,0 +1,18 @@
+// Every family of the library in one include.
+#ifndef KIV_KIV_H_
+#define KIV_KIV_H_
+
+#include <kiv/buffer.h>
+#include <kiv/containers.h>
+#include <kiv/converters.h>
+#include <kiv/encodings.h>
+#include <kiv/exception.h>
+#include <kiv/locks.h>
+#include <kiv/numbers.h>
+#include <kiv/object.h>
+#include <kiv/queues.h>
+#include <kiv/streams.h>
+#include <kiv/string.h>
+#include <kiv/tasks.h>
+
+#endif  // KIV_KIV_H_

@@ -1,0 +1,19 @@
+#!/usr/bin/env bash
+# Installs the benchmark peers, builds the benchmarks (Release) and runs them all, or the ones
+# named as arguments (for example: scripts/bench.sh converters_bench).
+set -euo pipefail
+cd "$(dirname "$0")/.."
+source scripts/deps.sh
+ensure_packages cmake g++ make libbenchmark-dev libicu-dev libboost-dev libconcurrentqueue-dev \
+  node-llhttp libhttp-parser-dev
+cmake -S . -B build/bench -DCMAKE_BUILD_TYPE=Release -DKIV_BUILD_TESTS=OFF -DKIV_BUILD_EXAMPLES=OFF \
+  -DKIV_BUILD_BENCH=ON >/dev/null
+cmake --build build/bench -j"$(nproc)"
+benches=("$@")
+if [ ${#benches[@]} -eq 0 ]; then
+  for f in build/bench/bench/*_bench; do benches+=("$(basename "$f")"); done
+fi
+for b in "${benches[@]}"; do
+  echo "== $b =="
+  "./build/bench/bench/$b"
+done

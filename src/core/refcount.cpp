@@ -1,0 +1,186 @@
+#include <cstring>
+#include <exception>
+#include <new>
+#include <typeinfo>
+
+#include "kiv/encodings.h"
+#include "kiv/exception.h"
+#include "kiv/object.h"
+#include "kiv/string.h"
+#include "platform/interlocked.h"
+#include "platform/type_name.h"
+
+namespace kiv {
+
+void RefCount::AddRef(const RefCount* p) noexcept {
+  if (p != nullptr) platform::InterlockedIncrement(&p->outer_->count_);
+}
+
+void RefCount::Release(RefCount* p) noexcept {
+  if (p == nullptr) return;
+  RefCount* owner = p->outer_;
+  if (platform::InterlockedDecrement(&owner->count_) != 0) return;
+  // A guard reference keeps handles taken inside Finalize from deleting the object under us.
+  platform::InterlockedStore(&owner->count_, 1);
+  try {
+    p->Finalize();
+  } catch (...) {
+  }
+  if (platform::InterlockedDecrement(&owner->count_) == 0) delete p;
+}
+
+bool RefCount::Equals(const RefCount* a, const RefCount* b) noexcept {
+  if (a == b) return true;
+  if (a == nullptr || b == nullptr) return false;
+  try {
+    return a->Equals(*b);
+  } catch (...) {
+    return false;
+  }
+}
+
+int RefCount::Compare(const RefCount* a, const RefCount* b) noexcept {
+  if (a == b) return 0;
+  if (a == nullptr) return -1;
+  if (b == nullptr) return 1;
+  try {
+    return a->Compare(*b);
+  } catch (...) {
+    return static_cast<int>(reinterpret_cast<const char*>(a) - reinterpret_cast<const char*>(b));
+  }
+}
+
+bool RefCount::Equals(const RefCount& other) const { return &other == this; }
+
+int RefCount::Compare(const RefCount& other) const {
+  // The address difference narrowed to int, as the original 32-bit build produced it.
+  return static_cast<int>(reinterpret_cast<std::intptr_t>(this) -
+                          reinterpret_cast<std::intptr_t>(&other));
+}
+
+RefCount::~RefCount() = default;
+void RefCount::Finalize() {}
+void RefCount::ReferenceAdded() const {}
+void RefCount::ReferenceReleased() const {}
+
+void RefCount::SetOuter(RefCount* outer) noexcept {
+  if (outer != nullptr) outer_ = outer->outer_;
+}
+
+std::int32_t RefCount::GetCount() const noexcept {
+  return platform::InterlockedLoad(&outer_->count_);
+}
+
+void* RefCount::operator new(std::size_t size) { return ::operator new(size); }
+void RefCount::operator delete(void* p) noexcept { ::operator delete(p); }
+void* RefCount::operator new[](std::size_t size) { return ::operator new[](size); }
+void RefCount::operator delete[](void* p) noexcept { ::operator delete[](p); }
+
+namespace {
+
+unsigned CopyFixedText(char* buffer, unsigned size, const char* text) noexcept {
+  unsigned n = static_cast<unsigned>(std::strlen(text));
+  if (n > size - 1) n = size - 1;
+  std::memcpy(buffer, text, n);
+  buffer[n] = '\0';
+  return n;
+}
+
+}  // namespace
+
+unsigned RefCount::GetClassName(char* buffer, unsigned size) const noexcept {
+  if (buffer == nullptr || size == 0) return 0;
+  const char* fixed = nullptr;
+  try {
+    const std::type_info& type = typeid(*this);
+    char readable[1024];
+    const char* name = platform::ReadableTypeName(type, readable, sizeof readable);
+    if (name != nullptr) return RTTI2ClassName(buffer, size, name);
+    fixed = "<unknown>";
+  } catch (const std::bad_typeid&) {
+    fixed = "Bad typeid";
+  } catch (const std::exception&) {
+    fixed = "std exception error";
+  } catch (...) {
+    fixed = "unknown exception error";
+  }
+  return CopyFixedText(buffer, size, fixed);
+}
+
+unsigned RefCount::GetClassName(unsigned short* buffer, unsigned size) const noexcept {
+  if (buffer == nullptr || size < 2) return 0;
+  // The 8-bit name goes into the front half of the same storage and is then widened in place from
+  // the end backwards, so no second buffer is needed. Sizes are in bytes on both sides.
+  char* narrow = reinterpret_cast<char*>(buffer);
+  unsigned n = GetClassName(narrow, size / 2);
+  for (unsigned i = n + 1; i-- > 0;) {
+    buffer[i] =
+        static_cast<unsigned short>(static_cast<short>(static_cast<signed char>(narrow[i])));
+  }
+  return 2 * n;
+}
+
+unsigned RTTI2ClassName(char* buffer, unsigned size, const char* type_name) noexcept {
+  if (buffer == nullptr || size == 0) return 0;
+  if (type_name == nullptr) {
+    buffer[0] = '\0';
+    return 0;
+  }
+  const char* colon = std::strchr(type_name, ':');
+  // A name without a namespace is never produced by the library's own classes; take its last
+  // blank-separated word, which turns "class Foo *" into "Foo" as a reader would expect.
+  const char* anchor = colon != nullptr ? colon : type_name;
+  const char* start = anchor;
+  if (colon == nullptr) {
+    const char* end_of_text = type_name + std::strlen(type_name);
+    const char* word_end = end_of_text;
+    while (word_end > type_name && (word_end[-1] == ' ' || word_end[-1] == '*')) --word_end;
+    start = word_end;
+    while (start > type_name && start[-1] != ' ') --start;
+    anchor = start;
+  } else {
+    while (start > type_name && start[-1] != ' ') --start;
+  }
+  const char* end = std::strchr(anchor, ' ');
+  if (end == nullptr) end = anchor + std::strlen(anchor);
+  unsigned n = static_cast<unsigned>(end - start);
+  if (n > size - 1) n = size - 1;
+  std::memcpy(buffer, start, n);
+  buffer[n] = '\0';
+  return n;
+}
+
+void* Object::SwapRef(void* slot, const void* new_value) noexcept {
+  void** p = static_cast<void**>(slot);
+  void* desired = const_cast<void*>(new_value);
+  void* seen = platform::InterlockedLoadPointer(p);
+  for (;;) {
+    void* found = platform::InterlockedCompareExchangePointer(p, desired, seen);
+    if (found == seen) return seen;
+    seen = found;
+  }
+}
+
+void* Object::DynamicCast(void* (*cast)(RefCount*)) const {
+  if (ptr_ == nullptr) return nullptr;
+  void* result = cast(ptr_);
+  if (result == nullptr) throw BadCastException(true);
+  return result;
+}
+
+void Object::DereferencingNULLObj(const char* type_name) {
+  char name[1024];
+  RTTI2ClassName(name, sizeof name, type_name);
+  throw NullPointerException(String(TextEncodingExp::MakeAscii(), static_cast<void*>(name)), true);
+}
+
+void Object::DereferencingNULLObj(const std::type_info& type) {
+  char readable[1024];
+  const char* name = platform::ReadableTypeName(type, readable, sizeof readable);
+  DereferencingNULLObj(name != nullptr ? name : "<unknown>");
+}
+
+int NewFailedHandler(unsigned) { throw MemoryException(true); }
+void NewFailedNewHandler() { NewFailedHandler(0); }
+
+}  // namespace kiv

@@ -1,0 +1,233 @@
+// The stream filters: conversion through a block converter, a fixed-length limit, chunked
+// transfer coding in both directions, draining on release, a default time-out, the tee, the
+// logging input stream and the thread-safe output stream.
+#ifndef KIV_SRC_IO_FILTER_STREAMS_H_
+#define KIV_SRC_IO_FILTER_STREAMS_H_
+
+#include <cstdint>
+
+#include "kiv/buffer.h"
+#include "kiv/converters.h"
+#include "kiv/locks.h"
+#include "kiv/streams.h"
+
+namespace kiv {
+
+// Writes all `count` bytes to `out`, repeating while it takes some; returns the bytes taken.
+unsigned WriteFully(SyncOutputStreamItf& out, const void* src, unsigned count);
+
+// Converts what is read from the wrapped stream. Unconverted input waits in a 1024-byte store; a
+// converted character that does not fit in the caller's room waits in an overflow store and is
+// delivered first by the next reads.
+class FilterSyncInStream : public SyncInputStreamWrapper {
+ public:
+  static constexpr unsigned kInputSize = 1024;
+
+  FilterSyncInStream(const SyncInputStream& in, const BlockConverter& converter);
+  ~FilterSyncInStream() override;
+
+  using SyncInputStreamItf::Read;
+  unsigned Read(void* dst, unsigned count, std::int64_t timeout) override;
+
+ private:
+  // One read of the wrapped stream behind the unconverted bytes, of about the input that
+  // `room` output bytes need (at least one byte). Returns the bytes read.
+  unsigned Refill(unsigned room, std::int64_t timeout);
+  // Drops the first `n` unconverted bytes.
+  void Consume(unsigned n) noexcept;
+
+  BlockConverter converter_;
+  unsigned char input_[kInputSize];
+  unsigned input_length_ = 0;
+  unsigned in_pos_ = 0;
+  unsigned out_pos_ = 0;
+  DataConverterItf::BufferResult last_ = DataConverterItf::ResultOK;
+  Buffer overflow_;
+  unsigned overflow_offset_ = 0;
+  unsigned overflow_pending_ = 0;
+};
+
+// Converts what is written before writing it to the wrapped stream.
+class FilterSyncOutStream : public SyncOutputStreamWrapper {
+ public:
+  FilterSyncOutStream(const SyncOutputStream& out, const BlockConverter& converter);
+  ~FilterSyncOutStream() override;
+
+  using SyncOutputStreamItf::Write;
+  unsigned Write(const void* src, unsigned count) override;
+  void Flush() override;
+
+ private:
+  BlockConverter converter_;
+  unsigned in_pos_ = 0;
+  unsigned out_pos_ = 0;
+};
+
+class FixedLengthSyncInStreamImpl : public SyncInputStreamWrapper {
+ public:
+  FixedLengthSyncInStreamImpl(const SyncInputStream& in, std::uint32_t limit);
+  ~FixedLengthSyncInStreamImpl() override;
+
+  unsigned Read(void* dst, unsigned count, std::int64_t timeout) override;
+  std::int32_t Read(std::int64_t timeout) override;
+
+ private:
+  std::uint32_t limit_;
+  std::uint32_t consumed_ = 0;
+};
+
+// Decodes chunked transfer coding. The state of a size line and of a chunk's closing CR LF is
+// kept between calls, so a time-out in the middle of either resumes where it struck.
+class ChunkedSyncInStreamImpl : public SyncInputStreamWrapper {
+ public:
+  static constexpr unsigned kLineSize = 64;
+
+  // `capped`: each read is cut at the rest of the current chunk (see MakeCapped).
+  ChunkedSyncInStreamImpl(const SyncInputStream& in, bool capped);
+  ~ChunkedSyncInStreamImpl() override;
+
+  using SyncInputStreamItf::Read;
+  unsigned Read(void* dst, unsigned count, std::int64_t timeout) override;
+
+  // strtoul(text, nullptr, 16) as a 32-bit unsigned long reads the `length` bytes at `text`
+  // (which stop at the first NUL as a C string would).
+  static std::uint32_t ParseSize(const unsigned char* text, unsigned length) noexcept;
+
+ private:
+  // Reads size lines until one is accepted (true) or the wrapped stream ends (false, end set).
+  bool ReadSizeLine(SyncInputStreamItf& in, std::int64_t timeout);
+  // Reads what is left of the chunk's closing CR LF; a wrong byte or the end of data ends the
+  // stream.
+  void ReadChunkEnd(SyncInputStreamItf& in, std::int64_t timeout);
+
+  std::uint32_t size_ = 0;
+  std::uint32_t consumed_ = 0;
+  bool end_ = false;
+  bool capped_;
+  unsigned char line_[kLineSize];
+  unsigned line_length_ = 0;
+  // Bytes of the closing CR LF still to read: 0 (none), 2 (CR then LF) or 1 (LF).
+  unsigned chunk_end_left_ = 0;
+  bool chunk_end_bad_ = false;
+};
+
+class ChunkedSyncOutStreamImpl : public SyncOutputStreamWrapper {
+ public:
+  explicit ChunkedSyncOutStreamImpl(const SyncOutputStream& out);
+  // Writes the last chunk and flushes the wrapped stream; failures are dropped.
+  ~ChunkedSyncOutStreamImpl() override;
+
+  using SyncOutputStreamItf::Write;
+  unsigned Write(const void* src, unsigned count) override;
+  void Flush() override;
+};
+
+class ConsumeAllSyncInputStreamImpl : public SyncInputStreamWrapper {
+ public:
+  static constexpr unsigned kDrainSize = 4096;
+
+  ConsumeAllSyncInputStreamImpl(const SyncInputStream& in, std::int64_t timeout);
+  // Drains the wrapped stream unless it already reported its end; failures are dropped.
+  ~ConsumeAllSyncInputStreamImpl() override;
+
+  unsigned Read(void* dst, unsigned count, std::int64_t timeout) override;
+  std::int32_t Read(std::int64_t timeout) override;
+
+ private:
+  std::int64_t timeout_;
+  bool end_ = false;
+};
+
+class DefaultTimeoutSyncInputStreamImpl : public SyncInputStreamWrapper {
+ public:
+  DefaultTimeoutSyncInputStreamImpl(const SyncInputStream& in, std::int64_t timeout);
+  ~DefaultTimeoutSyncInputStreamImpl() override;
+
+  unsigned Read(void* dst, unsigned count, std::int64_t timeout) override;
+  std::int32_t Read(std::int64_t timeout) override;
+
+ private:
+  std::int64_t Effective(std::int64_t timeout) const noexcept {
+    return timeout < 0 ? timeout_ : timeout;
+  }
+
+  std::int64_t timeout_;
+};
+
+// Writes to a primary stream and copies what it accepted to a secondary one, best effort. Its
+// marker, when both are random access, reports the first stream's length and position and moves
+// both (the second one's failures dropped).
+class TeeSyncOutStream : public StreamMarkerItf, public SyncOutputStreamItf {
+ public:
+  TeeSyncOutStream(const SyncOutputStream& first, const SyncOutputStream& second);
+  ~TeeSyncOutStream() override;
+
+  using SyncOutputStreamItf::Write;
+  unsigned Write(const void* src, unsigned count) override;
+  bool Write(unsigned char byte) override;
+  void Flush() override;
+  bool IsRandomAccess() const override;
+  Ref<StreamMarkerItf> ToStreamMarker() override;
+  Ref<StreamMarkerItf> ToStreamMarker() const override;
+
+  std::int64_t GetLength() override;
+  std::int64_t GetPosition() override;
+  void SetPosition(std::int64_t pos) override;
+
+ private:
+  SyncOutputStream first_;
+  SyncOutputStream second_;
+};
+
+// Copies everything read to a log stream, whose failures are dropped.
+class LoggingSyncInputStream : public StreamMarkerItf, public SyncInputStreamItf {
+ public:
+  LoggingSyncInputStream(const SyncInputStream& in, const SyncOutputStream& log);
+  ~LoggingSyncInputStream() override;
+
+  unsigned Read(void* dst, unsigned count, std::int64_t timeout) override;
+  // A byte of value 0 read singly is not logged (the bulk read logs every byte); logs have
+  // always shown single-byte reads that way.
+  std::int32_t Read(std::int64_t timeout) override;
+  bool IsRandomAccess() const override;
+  Ref<StreamMarkerItf> ToStreamMarker() override;
+  Ref<StreamMarkerItf> ToStreamMarker() const override;
+
+  std::int64_t GetLength() override;
+  std::int64_t GetPosition() override;
+  // Moving to another position writes "\n### INPUT MARKER RESET FROM <old> TO <new>\n" to the
+  // log (ASCII, decimal) and flushes it.
+  void SetPosition(std::int64_t pos) override;
+
+ private:
+  SyncInputStream in_;
+  SyncOutputStream log_;
+};
+
+// Runs every operation of the wrapped stream under one lock. Its marker operations run under the
+// same lock.
+class MTSyncOutputStreamImpl : public StreamMarkerItf, public SyncOutputStreamItf {
+ public:
+  explicit MTSyncOutputStreamImpl(const SyncOutputStream& out);
+  ~MTSyncOutputStreamImpl() override;
+
+  using SyncOutputStreamItf::Write;
+  unsigned Write(const void* src, unsigned count) override;
+  bool Write(unsigned char byte) override;
+  void Flush() override;
+  bool IsRandomAccess() const override;
+  Ref<StreamMarkerItf> ToStreamMarker() override;
+  Ref<StreamMarkerItf> ToStreamMarker() const override;
+
+  std::int64_t GetLength() override;
+  std::int64_t GetPosition() override;
+  void SetPosition(std::int64_t pos) override;
+
+ private:
+  SyncOutputStream out_;
+  ObjectLock lock_;
+};
+
+}  // namespace kiv
+
+#endif  // KIV_SRC_IO_FILTER_STREAMS_H_

@@ -1,0 +1,17 @@
+// Readable run-time type names, in the shape the library's class-name routine expects:
+// "kiv::RefCount" for a class and "kiv::RefCount *" for a pointer type.
+#ifndef KIV_PLATFORM_TYPE_NAME_H_
+#define KIV_PLATFORM_TYPE_NAME_H_
+
+#include <cstddef>
+#include <typeinfo>
+
+namespace kiv::platform {
+
+// Writes the readable name of `type` into `buffer` (always terminated when size > 0) and returns
+// `buffer`, or null when the name cannot be produced.
+const char* ReadableTypeName(const std::type_info& type, char* buffer, std::size_t size) noexcept;
+
+}  // namespace kiv::platform
+
+#endif  // KIV_PLATFORM_TYPE_NAME_H_

@@ -1,0 +1,337 @@
+// The read-only operations shared by strings and string buffers.
+#include <atomic>
+#include <cstring>
+
+#include "kiv/exception.h"
+#include "text/string_impl.h"
+
+namespace kiv {
+
+BasicStringItf::~BasicStringItf() = default;
+StringItf::~StringItf() = default;
+StringBufferItf::~StringBufferItf() = default;
+
+namespace {
+
+std::uint32_t LoadCount(const std::uint32_t& chars) {
+  return std::atomic_ref<std::uint32_t>(const_cast<std::uint32_t&>(chars))
+      .load(std::memory_order_relaxed);
+}
+
+}  // namespace
+
+template <class Itf>
+std::uint32_t BasicStringImpl<Itf>::Length() const {
+  // Counted on first use (a UTF-8 count walks the text) and cached; two threads that race here
+  // store the same value.
+  std::uint32_t n = LoadCount(chars_);
+  if (n == kUnknownLength) {
+    n = bytes_ == 0 ? 0 : encoding_->CharacterCount(data_, bytes_);
+    std::atomic_ref<std::uint32_t>(chars_).store(n, std::memory_order_relaxed);
+  }
+  return n;
+}
+
+template <class Itf>
+const void* BasicStringImpl<Itf>::DataAt(std::int32_t index, unsigned& bytes) const {
+  bytes = bytes_;
+  return encoding_->DataAt(data_, bytes, index);
+}
+
+template <class Itf>
+std::uint32_t BasicStringImpl<Itf>::CharAt(std::int32_t index) const {
+  if (index < 0) throw BoundsException(index);
+  unsigned rest = bytes_;
+  const void* at = nullptr;
+  try {
+    at = encoding_->DataAt(data_, rest, index);
+  } catch (const NoSuchElementException&) {
+    throw BoundsException(index);
+  }
+  if (rest == 0) throw BoundsException(index);
+  unsigned unit = UnitBytes();
+  if (unit == 2) {
+    std::uint16_t c;
+    std::memcpy(&c, at, 2);
+    return c;
+  }
+  // Any other encoding: the character's first wide unit through the encoding's own converter,
+  // so that, for example, ASCII bytes above 0x7F read as the converter widens them.
+  DataConverter dc = encoding_->GetToWideConverter()->GetDataConverter();
+  unsigned short wide[2] = {0, 0};
+  unsigned out = sizeof wide;
+  unsigned in = rest;
+  if (dc->Convert(wide, out, at, in, true) != DataConverterItf::ResultOK) {
+    throw BoundsException(index);
+  }
+  if (out == 4 && wide[0] >= 0xD800 && wide[0] < 0xDC00) {
+    return 0x10000u + ((wide[0] - 0xD800u) << 10) + (wide[1] - 0xDC00u);
+  }
+  return wide[0];
+}
+
+template <class Itf>
+String BasicStringImpl<Itf>::InMyEncoding(const BasicStringItf& other) const {
+  TextEncoding enc = other.GetEncoding();
+  if (RefCount::Equals(enc.Get(), encoding_.Get())) {
+    return String(encoding_, other.GetBuffer(), other.GetData(), other.ByteLength());
+  }
+  return text::Reencode(enc, other.GetData(), other.ByteLength(), encoding_);
+}
+
+template <class Itf>
+std::int64_t BasicStringImpl<Itf>::FindBytes(const void* needle, unsigned needle_bytes,
+                                             unsigned from) const {
+  if (needle_bytes == 0) return from <= bytes_ ? from : -1;
+  if (needle_bytes > bytes_) return -1;
+  const unsigned char* hay = static_cast<const unsigned char*>(data_);
+  const unsigned char* pat = static_cast<const unsigned char*>(needle);
+  unsigned step = UnitBytes();
+  if (step == 0) step = 1;
+  // Matches must start on a code unit; UTF-8 needs no more, since a needle starts with a lead
+  // byte, which never matches inside another character.
+  for (unsigned at = from; at + needle_bytes <= bytes_;) {
+    const void* hit = std::memchr(hay + at, pat[0], bytes_ - needle_bytes - at + 1);
+    if (hit == nullptr) return -1;
+    unsigned pos = static_cast<unsigned>(static_cast<const unsigned char*>(hit) - hay);
+    if ((pos - from) % step != 0) {
+      at = pos + 1;
+      continue;
+    }
+    if (std::memcmp(hay + pos, pat, needle_bytes) == 0) return pos;
+    at = pos + step;
+  }
+  return -1;
+}
+
+template <class Itf>
+std::int64_t BasicStringImpl<Itf>::FindLastBytes(const void* needle, unsigned needle_bytes) const {
+  if (needle_bytes == 0) return bytes_;
+  if (needle_bytes > bytes_) return -1;
+  const unsigned char* hay = static_cast<const unsigned char*>(data_);
+  unsigned step = UnitBytes();
+  if (step == 0) step = 1;
+  unsigned last = (bytes_ - needle_bytes) / step * step;
+  for (std::int64_t at = last; at >= 0; at -= step) {
+    if (std::memcmp(hay + at, needle, needle_bytes) == 0) return at;
+  }
+  return -1;
+}
+
+template <class Itf>
+std::int32_t BasicStringImpl<Itf>::IndexAtOffset(std::int64_t offset) const {
+  if (offset < 0) return -1;
+  if (offset == 0) return 0;
+  return static_cast<std::int32_t>(encoding_->CharacterCount(data_, static_cast<unsigned>(offset)));
+}
+
+template <class Itf>
+std::int32_t BasicStringImpl<Itf>::IndexOfText(const BasicStringItf& text) const {
+  String needle = InMyEncoding(text);
+  return IndexAtOffset(FindBytes(needle->GetData(), needle->ByteLength(), 0));
+}
+
+template <class Itf>
+std::int32_t BasicStringImpl<Itf>::LastIndexOfText(const BasicStringItf& text) const {
+  String needle = InMyEncoding(text);
+  return IndexAtOffset(FindLastBytes(needle->GetData(), needle->ByteLength()));
+}
+
+template <class Itf>
+std::int32_t BasicStringImpl<Itf>::IndexOf(std::uint32_t c) const {
+  return bytes_ == 0 ? -1 : encoding_->Find(c, data_, bytes_);
+}
+
+template <class Itf>
+std::int32_t BasicStringImpl<Itf>::IndexOf(const void* text) const {
+  return IndexOfText(*String(encoding_, text).operator->());
+}
+
+template <class Itf>
+std::int32_t BasicStringImpl<Itf>::IndexOf(const StringBuffer& text) const {
+  return IndexOfText(*text.operator->());
+}
+
+template <class Itf>
+std::int32_t BasicStringImpl<Itf>::IndexOf(const String& text) const {
+  return IndexOfText(*text.operator->());
+}
+
+template <class Itf>
+std::int32_t BasicStringImpl<Itf>::IndexOf(const String& text, std::int32_t from) const {
+  if (from <= 0) return IndexOf(text);
+  unsigned rest = bytes_;
+  const void* at = nullptr;
+  try {
+    at = encoding_->DataAt(data_, rest, from);
+  } catch (const Exception&) {
+    return -1;
+  }
+  String needle = InMyEncoding(*text.operator->());
+  unsigned offset =
+      static_cast<unsigned>(static_cast<const char*>(at) - static_cast<const char*>(data_));
+  return IndexAtOffset(FindBytes(needle->GetData(), needle->ByteLength(), offset));
+}
+
+template <class Itf>
+std::int32_t BasicStringImpl<Itf>::LastIndexOf(std::uint32_t c) const {
+  return bytes_ == 0 ? -1 : encoding_->FindLast(c, data_, bytes_, Length());
+}
+
+template <class Itf>
+std::int32_t BasicStringImpl<Itf>::LastIndexOf(const void* text) const {
+  return LastIndexOfText(*String(encoding_, text).operator->());
+}
+
+template <class Itf>
+std::int32_t BasicStringImpl<Itf>::LastIndexOf(const StringBuffer& text) const {
+  return LastIndexOfText(*text.operator->());
+}
+
+template <class Itf>
+std::int32_t BasicStringImpl<Itf>::LastIndexOf(const String& text) const {
+  return LastIndexOfText(*text.operator->());
+}
+
+template <class Itf>
+bool BasicStringImpl<Itf>::Contains(const String& text) const {
+  return IndexOf(text) >= 0;
+}
+
+template <class Itf>
+bool BasicStringImpl<Itf>::StartsWith(const String& prefix) const {
+  String p = InMyEncoding(*prefix.operator->());
+  return p->ByteLength() <= bytes_ && std::memcmp(data_, p->GetData(), p->ByteLength()) == 0;
+}
+
+template <class Itf>
+bool BasicStringImpl<Itf>::EndsWith(const String& suffix) const {
+  String s = InMyEncoding(*suffix.operator->());
+  unsigned n = s->ByteLength();
+  return n <= bytes_ &&
+         std::memcmp(static_cast<const char*>(data_) + (bytes_ - n), s->GetData(), n) == 0;
+}
+
+template <class Itf>
+bool BasicStringImpl<Itf>::StartsWith(const void* text) const {
+  return StartsWith(String(encoding_, text));
+}
+
+template <class Itf>
+bool BasicStringImpl<Itf>::EndsWith(const void* text) const {
+  return EndsWith(String(encoding_, text));
+}
+
+template <class Itf>
+int BasicStringImpl<Itf>::CompareWith(const BasicStringItf& other) const {
+  if (RefCount::Equals(other.GetEncoding().Get(), encoding_.Get())) {
+    return encoding_->Compare(data_, bytes_, other.GetData(), other.ByteLength());
+  }
+  String o = InMyEncoding(other);
+  return encoding_->Compare(data_, bytes_, o->GetData(), o->ByteLength());
+}
+
+template <class Itf>
+int BasicStringImpl<Itf>::CompareTo(const String& other) const {
+  return CompareWith(*other.operator->());
+}
+
+template <class Itf>
+int BasicStringImpl<Itf>::CompareTo(const StringBuffer& other) const {
+  return CompareWith(*other.operator->());
+}
+
+template <class Itf>
+int BasicStringImpl<Itf>::Compare(const void* text) const {
+  unsigned length = 0;
+  encoding_->TerminatedLength(text, length);
+  return encoding_->Compare(data_, bytes_, text, length);
+}
+
+template <class Itf>
+int BasicStringImpl<Itf>::CompareIgnoreCase(const String& other) const {
+  String mine(encoding_, Buffer(buffer_), data_, bytes_);
+  return mine->ToLower().operator->()->CompareTo(other->ToLower());
+}
+
+template <class Itf>
+bool BasicStringImpl<Itf>::EqualsIgnoreCase(const String& other) const {
+  return CompareIgnoreCase(other) == 0;
+}
+
+template <class Itf>
+std::uint32_t BasicStringImpl<Itf>::CountOf(std::uint32_t c) const {
+  std::uint32_t count = 0;
+  const void* at = data_;
+  unsigned rest = bytes_;
+  while (rest > 0) {
+    std::int32_t i = encoding_->Find(c, at, rest);
+    if (i < 0) break;
+    ++count;
+    at = encoding_->DataAt(at, rest, i + 1);
+  }
+  return count;
+}
+
+template <class Itf>
+unsigned BasicStringImpl<Itf>::CopyTo(void* dst, unsigned capacity,
+                                      const TextEncoding& encoding) const {
+  if (dst == nullptr || capacity == 0) return 0;
+  String text = text::Reencode(encoding_, data_, bytes_, encoding);
+  unsigned n = text->ByteLength();
+  unsigned unit = encoding->UnitBits() / 8;
+  if (unit == 0) unit = 1;
+  if (n > capacity) {
+    n = capacity / unit * unit;
+    // Whole characters only: never end inside a multi-byte sequence or a surrogate pair.
+    const unsigned char* bytes = static_cast<const unsigned char*>(text->GetData());
+    if (unit == 1) {
+      while (n > 0 && (bytes[n] & 0xC0) == 0x80) --n;
+    } else if (unit == 2 && n >= 2) {
+      std::uint16_t last;
+      std::memcpy(&last, bytes + n - 2, 2);
+      if (last >= 0xD800 && last < 0xDC00) n -= 2;
+    }
+  }
+  std::memcpy(dst, text->GetData(), n);
+  encoding->Terminate(dst, n, capacity);
+  return n;
+}
+
+template <class Itf>
+std::uint32_t BasicStringImpl<Itf>::Hash() const {
+  std::uint32_t h = 2166136261u;
+  const unsigned char* p = static_cast<const unsigned char*>(data_);
+  for (unsigned i = 0; i < bytes_; ++i) h = (h ^ p[i]) * 16777619u;
+  return h;
+}
+
+template <class Itf>
+bool BasicStringImpl<Itf>::IsBlank() const {
+  const void* data = data_;
+  unsigned length = bytes_;
+  return bytes_ == 0 || encoding_->Trim(data, length) == 0;
+}
+
+template <class Itf>
+bool BasicStringImpl<Itf>::Equals(const RefCount& other) const {
+  if (&other == this) return true;
+  const BasicStringItf* s = dynamic_cast<const BasicStringItf*>(&other);
+  return s != nullptr && CompareWith(*s) == 0;
+}
+
+template <class Itf>
+int BasicStringImpl<Itf>::Compare(const RefCount& other) const {
+  const BasicStringItf* s = dynamic_cast<const BasicStringItf*>(&other);
+  return s != nullptr ? CompareWith(*s) : RefCount::Compare(other);
+}
+
+template class BasicStringImpl<StringItf>;
+template class BasicStringImpl<StringBufferItf>;
+
+int CompareWithCharacter(const BasicStringItf& s, unsigned short c) {
+  String one = text::OneCharacter(s.GetEncoding(), c);
+  return s.CompareTo(one);
+}
+
+}  // namespace kiv

@@ -1,0 +1,122 @@
+// The character codecs shared by the converters and the encodings: UTF-8 in its original
+// up-to-six-byte form (31-bit values), the UTF-32 to UTF-16 step, and unaligned access to 16- and
+// 32-bit code units (text buffers handed to converters may start at any byte).
+#ifndef KIV_SRC_TEXT_CONVERTERS_UTF8_CODEC_H_
+#define KIV_SRC_TEXT_CONVERTERS_UTF8_CODEC_H_
+
+#include <cstdint>
+#include <cstring>
+
+namespace kiv::codec {
+
+inline std::uint16_t Load16(const void* p) noexcept {
+  std::uint16_t v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+inline std::uint32_t Load32(const void* p) noexcept {
+  std::uint32_t v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+inline void Store16(void* p, std::uint16_t v) noexcept { std::memcpy(p, &v, sizeof v); }
+inline void Store32(void* p, std::uint32_t v) noexcept { std::memcpy(p, &v, sizeof v); }
+
+// Results of Utf8Decode besides a length.
+constexpr int kUtf8Incomplete = 0;
+constexpr int kUtf8Invalid = -1;
+
+// Decodes the character at `p` (which must lie before `e`). Returns its length (1 to 6) and stores
+// its value; kUtf8Incomplete when the sequence that the lead byte announces runs past `e` (decided
+// from the lead byte alone, before the following bytes are looked at); kUtf8Invalid for a stray
+// continuation byte, 0xFE, 0xFF, a missing continuation byte or an overlong form. Encoded surrogate
+// values are accepted. With `Bounded` false there is no end: the text is terminated, and a
+// terminator inside a sequence is a missing continuation byte.
+template <bool Bounded = true>
+inline int Utf8Decode(const unsigned char* p, const unsigned char* e,
+                      std::uint32_t& value) noexcept {
+  const unsigned lead = p[0];
+  if (lead < 0x80) {
+    value = lead;
+    return 1;
+  }
+  int length;
+  std::uint32_t v;
+  std::uint32_t minimum;
+  if (lead < 0xC0) {
+    return kUtf8Invalid;
+  } else if (lead < 0xE0) {
+    length = 2, v = lead & 0x1F, minimum = 0x80;
+  } else if (lead < 0xF0) {
+    length = 3, v = lead & 0x0F, minimum = 0x800;
+  } else if (lead < 0xF8) {
+    length = 4, v = lead & 0x07, minimum = 0x10000;
+  } else if (lead < 0xFC) {
+    length = 5, v = lead & 0x03, minimum = 0x200000;
+  } else if (lead < 0xFE) {
+    length = 6, v = lead & 0x01, minimum = 0x4000000;
+  } else {
+    return kUtf8Invalid;
+  }
+  if constexpr (Bounded) {
+    if (e - p < length) return kUtf8Incomplete;
+  }
+  for (int i = 1; i < length; ++i) {
+    const unsigned c = p[i];
+    if ((c & 0xC0) != 0x80) return kUtf8Invalid;
+    v = (v << 6) | (c & 0x3F);
+  }
+  // The upper limit of each length holds by construction (the bits available); only overlong
+  // forms can fall outside.
+  if (v < minimum) return kUtf8Invalid;
+  value = v;
+  return length;
+}
+
+// Encodes `c` at `p` with the room up to `e`. Returns the length written, or 0 when there is no
+// room at all or not enough for the whole sequence (then nothing is written).
+inline int Utf8Encode(unsigned char* p, const unsigned char* e, std::uint32_t c) noexcept {
+  if (p >= e) return 0;
+  int length;
+  unsigned prefix;
+  if (c < 0x80) {
+    length = 1, prefix = 0;
+  } else if (c < 0x800) {
+    length = 2, prefix = 0xC0;
+  } else if (c < 0x10000) {
+    length = 3, prefix = 0xE0;
+  } else if (c < 0x200000) {
+    length = 4, prefix = 0xF0;
+  } else if (c < 0x4000000) {
+    length = 5, prefix = 0xF8;
+  } else {
+    length = 6, prefix = 0xFC;
+  }
+  if (e - p < length) return 0;
+  for (int i = length - 1; i > 0; --i) {
+    p[i] = static_cast<unsigned char>((c & 0x3F) | 0x80);
+    c >>= 6;
+  }
+  p[0] = static_cast<unsigned char>(prefix | c);
+  return length;
+}
+
+// The UTF32toUTF16 rule on a byte buffer with room for `units` 16-bit units: returns the units
+// written, 0 when there is no room (a value above 0xFFFF with room for one unit still stores its
+// lead surrogate), -1 for values of 0x110000 and above. Values 0xD800-0xDFFF pass unchecked.
+inline int PutUtf16(unsigned char* out, unsigned units, std::uint32_t c) noexcept {
+  if (units == 0) return 0;
+  if (c < 0x10000) {
+    Store16(out, static_cast<std::uint16_t>(c));
+    return 1;
+  }
+  if (c >= 0x110000) return -1;
+  Store16(out, static_cast<std::uint16_t>(0xD800 + ((c - 0x10000) >> 10)));
+  if (units < 2) return 0;
+  Store16(out + 2, static_cast<std::uint16_t>(0xDC00 + (c & 0x3FF)));
+  return 2;
+}
+
+}  // namespace kiv::codec
+
+#endif  // KIV_SRC_TEXT_CONVERTERS_UTF8_CODEC_H_

@@ -1,0 +1,608 @@
+// Tight loops for the UTF-8 block converters. See utf8_fast.h for what they promise.
+//
+// On x86 processors with SSE4.1 (checked once at run time) 16 input bytes are looked at per step:
+// runs of ASCII are widened or narrowed directly; UTF-8 windows of one- to three-byte characters
+// are validated with a few byte masks and decoded with a shuffle chosen by where the characters
+// end; windows of four four-byte characters become surrogate pairs; wide windows are encoded
+// with a shuffle chosen by how long each unit's sequence is. Anything else goes through a scalar
+// step, and anything the scalar step does not take is left to the per-character loop.
+//
+// The vector steps store whole 16-byte vectors of which only a prefix is output. So that no byte
+// of `out` beyond the output is touched, they write into a staging area on the stack that is
+// copied out exactly.
+#include "text/converters/utf8_fast.h"
+
+#include <cstdint>
+#include <cstring>
+
+#include "text/converters/utf8_codec.h"
+
+#if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
+#define KIV_FAST_X86 1
+#include <immintrin.h>
+#endif
+
+namespace kiv::fast {
+namespace {
+
+// ---------------------------------------------------------------------------------------------
+// Scalar steps
+
+// Decodes one character of one to four bytes with a value below 0x110000 at `p`, whose four
+// bytes must be readable. Returns its length, or 0 for anything else (invalid, overlong, five or
+// six bytes, too large): the per-character rule decides about those.
+inline int DecodeCommon(const unsigned char* p, std::uint32_t& value) noexcept {
+  const unsigned b0 = p[0];
+  if (b0 < 0x80) {
+    value = b0;
+    return 1;
+  }
+  const unsigned b1 = p[1];
+  if ((b1 & 0xC0) != 0x80) return 0;
+  if (b0 < 0xE0) {
+    if (b0 < 0xC2) return 0;  // continuation byte as lead, or overlong
+    value = ((b0 & 0x1F) << 6) | (b1 & 0x3F);
+    return 2;
+  }
+  const unsigned b2 = p[2];
+  if ((b2 & 0xC0) != 0x80) return 0;
+  if (b0 < 0xF0) {
+    value = ((b0 & 0x0F) << 12) | ((b1 & 0x3F) << 6) | (b2 & 0x3F);
+    return value >= 0x800 ? 3 : 0;
+  }
+  const unsigned b3 = p[3];
+  if ((b3 & 0xC0) != 0x80 || b0 >= 0xF8) return 0;
+  value = ((b0 & 0x07) << 18) | ((b1 & 0x3F) << 12) | ((b2 & 0x3F) << 6) | (b3 & 0x3F);
+  return value >= 0x10000 && value < 0x110000 ? 4 : 0;
+}
+
+// Writes `value` (below 0x110000) as one unit or a surrogate pair; returns the bytes written.
+inline unsigned PutUnits(unsigned char* o, std::uint32_t value) noexcept {
+  if (value < 0x10000) {
+    codec::Store16(o, static_cast<std::uint16_t>(value));
+    return 2;
+  }
+  codec::Store16(o, static_cast<std::uint16_t>(0xD800 + ((value - 0x10000) >> 10)));
+  codec::Store16(o + 2, static_cast<std::uint16_t>(0xDC00 + (value & 0x3FF)));
+  return 4;
+}
+
+// Scalar UTF-8 to UTF-16 from `*p` while at least four input bytes and four bytes of room are
+// left (so no character can be cut off or not fit) and below `stop`. False when it met a
+// character that the per-character rule must handle.
+inline bool Utf8Scalar(const unsigned char*& p, const unsigned char* stop, const unsigned char* end,
+                       unsigned char* o, unsigned& w, unsigned room) noexcept {
+  while (p < stop && end - p >= 4 && room - w >= 4) {
+    std::uint32_t value;
+    const int length = DecodeCommon(p, value);
+    if (length == 0) return false;
+    w += PutUnits(o + w, value);
+    p += length;
+  }
+  return true;
+}
+
+inline unsigned Utf8Length16(std::uint32_t unit) noexcept {
+  return unit < 0x80 ? 1 : unit < 0x800 ? 2 : 3;
+}
+
+// Scalar 16-bit unit to UTF-8 while a whole unit and three bytes of room are left.
+inline void Utf16Scalar(const unsigned char*& p, const unsigned char* end, unsigned char* o,
+                        unsigned& w, unsigned room) noexcept {
+  while (end - p >= 2 && room - w >= 3) {
+    const std::uint32_t unit = codec::Load16(p);
+    w += static_cast<unsigned>(codec::Utf8Encode(o + w, o + w + 3, unit));
+    p += 2;
+  }
+}
+
+void Utf8ToUtf16Scalar(unsigned char* out, unsigned out_size, const unsigned char* in,
+                       unsigned in_size, unsigned& written, unsigned& consumed) {
+  const unsigned char* p = in;
+  unsigned w = 0;
+  Utf8Scalar(p, in + in_size, in + in_size, out, w, out_size);
+  written = w;
+  consumed = static_cast<unsigned>(p - in);
+}
+
+void Utf16ToUtf8Scalar(unsigned char* out, unsigned out_size, const unsigned char* in,
+                       unsigned in_size, unsigned& written, unsigned& consumed) {
+  const unsigned char* p = in;
+  unsigned w = 0;
+  Utf16Scalar(p, in + in_size, out, w, out_size);
+  written = w;
+  consumed = static_cast<unsigned>(p - in);
+}
+
+#if KIV_FAST_X86
+
+// ---------------------------------------------------------------------------------------------
+// Tables, built at compile time
+
+// UTF-8 windows: the first 12 bytes of a valid window, by the mask of bytes that end a character
+// (bit i set when byte i + 1 is not a continuation byte). An entry gives the shuffle that moves
+// the bytes of the first characters into lanes, the bytes those characters take and the units
+// they give: six characters of one or two bytes in 16-bit lanes (shuffles 0-63, one bit per
+// character: two bytes), or else up to four characters of one to three bytes in 32-bit lanes
+// (shuffles 64-183, base 3 per character). A lane holds its character's bytes last byte first.
+constexpr int kShuffles16 = 64;
+constexpr int kShuffles = 64 + 3 + 9 + 27 + 81;
+
+struct Utf8Tables {
+  std::uint16_t step[4096];  // shuffle | bytes << 8 | units << 12; 0 bytes: not handled
+  std::uint8_t bytes[4096];  // the bytes again, one load away from the next window
+  alignas(16) std::int8_t shuffle[kShuffles][16];
+};
+
+constexpr Utf8Tables MakeUtf8Tables() {
+  Utf8Tables t{};
+  for (int id = 0; id < kShuffles; ++id) {
+    for (int i = 0; i < 16; ++i) t.shuffle[id][i] = -128;  // zero
+    int lengths[6] = {};
+    int count;
+    int lane_bytes;
+    if (id < kShuffles16) {
+      count = 6;
+      lane_bytes = 2;
+      for (int j = 0; j < 6; ++j) lengths[j] = 1 + ((id >> j) & 1);
+    } else {
+      int code = id - kShuffles16;
+      count = 1;
+      for (int span = 3; code >= span; span *= 3) code -= span, ++count;
+      lane_bytes = 4;
+      for (int j = 0; j < count; ++j, code /= 3) lengths[j] = 1 + code % 3;
+    }
+    int offset = 0;
+    for (int j = 0; j < count; ++j) {
+      for (int k = 0; k < lengths[j]; ++k) {
+        t.shuffle[id][j * lane_bytes + k] = static_cast<std::int8_t>(offset + lengths[j] - 1 - k);
+      }
+      offset += lengths[j];
+    }
+  }
+  for (int mask = 0; mask < 4096; ++mask) {
+    int lengths[12] = {};
+    int count = 0;
+    int start = 0;
+    for (int i = 0; i < 12; ++i) {
+      if ((mask >> i) & 1) {
+        lengths[count++] = i - start + 1;
+        start = i + 1;
+      }
+    }
+    bool small = count >= 6;
+    for (int j = 0; j < 6 && small; ++j) small = lengths[j] <= 2;
+    int id = 0;
+    int bytes = 0;
+    int units = 0;
+    if (small) {
+      for (int j = 0; j < 6; ++j) id |= (lengths[j] - 1) << j, bytes += lengths[j];
+      units = 6;
+    } else {
+      units = count < 4 ? count : 4;
+      int code = 0;
+      int offset = 0;
+      for (int k = 1, span = 3; k < units; ++k, span *= 3) offset += span;
+      bool ok = units > 0;
+      for (int j = units - 1; j >= 0; --j) {
+        ok = ok && lengths[j] <= 3;
+        code = code * 3 + (lengths[j] - 1);
+        bytes += lengths[j];
+      }
+      if (!ok) {
+        t.step[mask] = 0;
+        t.bytes[mask] = 0;
+        continue;
+      }
+      id = kShuffles16 + offset + code;
+    }
+    t.step[mask] = static_cast<std::uint16_t>(id | bytes << 8 | units << 12);
+    t.bytes[mask] = static_cast<std::uint8_t>(bytes);
+  }
+  return t;
+}
+
+constexpr Utf8Tables kUtf8Tables = MakeUtf8Tables();
+
+// Wide windows. Eight units below 0x800 in 16-bit lanes (lead byte, then continuation byte; an
+// ASCII unit uses only its first byte), by the mask of ASCII units; four units in 32-bit lanes
+// (one to three bytes each), by the mask of units below 0x80 | the mask of units below 0x800 << 4.
+struct Utf16Tables {
+  alignas(16) std::int8_t pack12[256][16];
+  alignas(16) std::int8_t pack123[256][16];
+  std::uint8_t length12[256];
+  std::uint8_t length123[256];
+};
+
+constexpr Utf16Tables MakeUtf16Tables() {
+  Utf16Tables t{};
+  for (int m = 0; m < 256; ++m) {
+    int n = 0;
+    for (int i = 0; i < 16; ++i) t.pack12[m][i] = t.pack123[m][i] = -128;
+    for (int j = 0; j < 8; ++j) {
+      t.pack12[m][n++] = static_cast<std::int8_t>(2 * j);
+      if (!((m >> j) & 1)) t.pack12[m][n++] = static_cast<std::int8_t>(2 * j + 1);
+    }
+    t.length12[m] = static_cast<std::uint8_t>(n);
+    n = 0;
+    for (int j = 0; j < 4; ++j) {
+      int length = (m >> j) & 1 ? 1 : (m >> (j + 4)) & 1 ? 2 : 3;
+      for (int k = 0; k < length; ++k) t.pack123[m][n++] = static_cast<std::int8_t>(4 * j + k);
+    }
+    t.length123[m] = static_cast<std::uint8_t>(n);
+  }
+  return t;
+}
+
+constexpr Utf16Tables kUtf16Tables = MakeUtf16Tables();
+
+// ---------------------------------------------------------------------------------------------
+// Vector steps
+
+constexpr unsigned kStage = 1024;  // staged output bytes before a copy-out
+constexpr unsigned kStageSlack = 256;
+
+bool HaveSse41() {
+  static const bool have = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("sse4.1") != 0;
+  }();
+  return have;
+}
+
+// Four four-byte characters filling the window: their surrogate pairs (16 bytes), or false.
+__attribute__((target("sse4.1"))) inline bool FourByteWindow(__m128i v, __m128i* pairs) {
+  const __m128i marks = _mm_set1_epi32(static_cast<int>(0x80808000u));  // lead, then 3 times 80
+  const __m128i tags = _mm_and_si128(v, _mm_set1_epi32(static_cast<int>(0xC0C0C0F8u)));
+  if (_mm_movemask_epi8(_mm_cmpeq_epi8(tags, _mm_or_si128(marks, _mm_set1_epi32(0xF0)))) !=
+      0xFFFF) {
+    return false;
+  }
+  // Payload bits, then value = b0 << 18 | b1 << 12 | b2 << 6 | b3 in each 32-bit lane.
+  const __m128i payload = _mm_and_si128(v, _mm_set1_epi32(0x3F3F3F07));
+  const __m128i pairs16 = _mm_maddubs_epi16(payload, _mm_set1_epi16(0x0140));  // b0 * 64 + b1
+  const __m128i value = _mm_madd_epi16(pairs16, _mm_set1_epi32(0x00011000));   // hi * 4096 + lo
+  const __m128i in_range = _mm_and_si128(_mm_cmpgt_epi32(value, _mm_set1_epi32(0xFFFF)),
+                                         _mm_cmplt_epi32(value, _mm_set1_epi32(0x110000)));
+  if (_mm_movemask_ps(_mm_castsi128_ps(in_range)) != 0xF) return false;
+  const __m128i w = _mm_sub_epi32(value, _mm_set1_epi32(0x10000));
+  const __m128i high = _mm_or_si128(_mm_srli_epi32(w, 10), _mm_set1_epi32(0xD800));
+  const __m128i low = _mm_or_si128(_mm_and_si128(w, _mm_set1_epi32(0x3FF)), _mm_set1_epi32(0xDC00));
+  *pairs = _mm_or_si128(high, _mm_slli_epi32(low, 16));
+  return true;
+}
+
+// Output state of a vector run: bytes go to `stage` first and are copied to `out` exactly.
+struct StagedOutput {
+  unsigned char* out;
+  unsigned out_size;
+  unsigned w;       // output bytes, staged ones included
+  unsigned staged;  // bytes in `stage` not yet copied out
+  alignas(16) unsigned char stage[kStage + kStageSlack];
+
+  unsigned char* Next() noexcept { return stage + staged; }
+  void Add(unsigned bytes) noexcept { staged += bytes, w += bytes; }
+  unsigned Room() const noexcept { return out_size - w; }
+  void Flush() noexcept {
+    std::memcpy(out + (w - staged), stage, staged);
+    staged = 0;
+  }
+  void MakeRoom() noexcept {
+    if (staged > kStage) Flush();
+  }
+};
+
+__attribute__((target("sse4.1"))) inline void WidenAscii16(__m128i v, unsigned char* o) {
+  const __m128i zero = _mm_setzero_si128();
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(o), _mm_unpacklo_epi8(v, zero));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(o + 16), _mm_unpackhi_epi8(v, zero));
+}
+
+// Decodes the first characters of a valid window `v` (no byte from 0xF0 up) whose ends are given
+// by `ends` (bit i: byte i ends a character) into `dst` (16 bytes are stored). Returns the input
+// bytes taken (0: none) and adds the output bytes to `out_bytes`.
+__attribute__((target("sse4.1"))) inline unsigned DecodeWindow(__m128i v, unsigned ends,
+                                                               unsigned char* dst,
+                                                               unsigned& out_bytes) {
+  const unsigned step = kUtf8Tables.step[ends & 0xFFF];
+  const unsigned bytes = kUtf8Tables.bytes[ends & 0xFFF];
+  if (bytes == 0) return 0;
+  const unsigned id = step & 0xFF;
+  const __m128i shuffle = _mm_load_si128(reinterpret_cast<const __m128i*>(kUtf8Tables.shuffle[id]));
+  const __m128i lanes = _mm_shuffle_epi8(v, shuffle);
+  __m128i result;
+  if (id < kShuffles16) {
+    const __m128i ascii = _mm_and_si128(lanes, _mm_set1_epi16(0x7F));
+    const __m128i lead_bits = _mm_and_si128(lanes, _mm_set1_epi16(0x1F00));
+    result = _mm_or_si128(ascii, _mm_srli_epi16(lead_bits, 2));
+  } else {
+    const __m128i ascii = _mm_and_si128(lanes, _mm_set1_epi32(0x7F));
+    const __m128i middle = _mm_and_si128(lanes, _mm_set1_epi32(0x3F00));
+    const __m128i top = _mm_and_si128(lanes, _mm_set1_epi32(0x0F0000));
+    const __m128i value =
+        _mm_or_si128(_mm_or_si128(ascii, _mm_srli_epi32(middle, 2)), _mm_srli_epi32(top, 4));
+    result = _mm_packus_epi32(value, value);
+  }
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), result);
+  out_bytes += 2 * (step >> 12);
+  return bytes;
+}
+
+__attribute__((target("sse4.1"))) inline unsigned Mask(__m128i m) {
+  return static_cast<unsigned>(_mm_movemask_epi8(m));
+}
+
+// Byte classes of 16 bytes, as masks of their positions (bytes compare as signed).
+struct ByteClasses {
+  unsigned high;       // 80-FF
+  unsigned cont;       // 80-BF
+  unsigned lead3;      // E0-FF
+  unsigned lead4;      // F0-FF
+  unsigned overlong2;  // C0 C1
+  unsigned e0;         // E0
+  unsigned low_cont;   // 80-9F
+};
+
+__attribute__((target("sse4.1"))) inline ByteClasses Classify(__m128i v) {
+  ByteClasses c;
+  c.high = Mask(v);
+  c.cont = Mask(_mm_cmplt_epi8(v, _mm_set1_epi8(-64)));
+  c.lead3 = Mask(_mm_cmpgt_epi8(v, _mm_set1_epi8(-33))) & c.high;
+  c.lead4 = Mask(_mm_cmpgt_epi8(v, _mm_set1_epi8(-17))) & c.high;
+  c.overlong2 = Mask(_mm_cmplt_epi8(v, _mm_set1_epi8(-62))) & ~c.cont;
+  c.e0 = Mask(_mm_cmpeq_epi8(v, _mm_set1_epi8(-32)));
+  c.low_cont = Mask(_mm_cmplt_epi8(v, _mm_set1_epi8(-96)));
+  return c;
+}
+
+// Positions (of `bits` positions) where the text breaks the rules for one- to three-byte
+// characters: a continuation byte that no lead byte before it expects or an expected one that is
+// missing (checked for the positions inside the span only), an overlong form, a byte from 0xF0 up.
+template <class M>
+inline M BadPositions(M high, M cont, M lead3, M lead4, M overlong2, M e0, M low_cont) noexcept {
+  const M lead = high & ~cont;
+  const M expected = (lead << 1) | (lead3 << 2);
+  return (expected ^ cont) | overlong2 | ((e0 << 1) & low_cont) | lead4;
+}
+
+// One step over the 16-byte window at `p`; false when the per-character rule must take over.
+__attribute__((target("sse4.1"))) inline bool WindowStep(const unsigned char*& p,
+                                                         const unsigned char* end,
+                                                         StagedOutput& o) {
+  const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+  const unsigned high = Mask(v);
+  if (high == 0) {
+    WidenAscii16(v, o.Next());
+    o.Add(32);
+    p += 16;
+    return true;
+  }
+  const unsigned lead4 = Mask(_mm_cmpgt_epi8(v, _mm_set1_epi8(-17))) & high;  // F0-FF
+  if (lead4 == 0) {
+    const ByteClasses c = Classify(v);
+    const unsigned bad =
+        BadPositions(c.high, c.cont, c.lead3, c.lead4, c.overlong2, c.e0, c.low_cont) & 0xFFFF;
+    if (bad == 0) {
+      unsigned out_bytes = 0;
+      const unsigned bytes = DecodeWindow(v, ~(c.cont >> 1), o.Next(), out_bytes);
+      if (bytes != 0) {
+        o.Add(out_bytes);
+        p += bytes;
+        return true;
+      }
+    }
+  } else if (lead4 == 0x1111) {
+    __m128i pairs;
+    if (FourByteWindow(v, &pairs)) {
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(o.Next()), pairs);
+      o.Add(16);
+      p += 16;
+      return true;
+    }
+  }
+  // Anything else: the characters starting in this window one by one (at most 2 output bytes
+  // per input byte, and 4 more for a last character running past the window).
+  unsigned local = 0;
+  const bool common = Utf8Scalar(p, p + 16, end, o.Next(), local, o.Room());
+  o.Add(local);
+  return common;
+}
+
+// Blocks of 64 bytes are classified at once, so that stepping from one character window to the
+// next waits only for a table lookup, not for a load and its classification.
+__attribute__((target("sse4.1"))) void Utf8ToUtf16Sse(unsigned char* out, unsigned out_size,
+                                                      const unsigned char* in, unsigned in_size,
+                                                      unsigned& written, unsigned& consumed) {
+  StagedOutput o;
+  o.out = out;
+  o.out_size = out_size;
+  o.w = 0;
+  o.staged = 0;
+  const unsigned char* p = in;
+  const unsigned char* const end = in + in_size;
+  bool common = true;
+  // A block reads up to 68 bytes and gives at most 2 output bytes per input byte (plus 16 bytes
+  // of store overshoot in the stage).
+  while (common && end - p >= 80 && o.Room() >= 160) {
+    o.MakeRoom();
+    __m128i v[4];
+    for (int k = 0; k < 4; ++k)
+      v[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * k));
+    const __m128i any = _mm_or_si128(_mm_or_si128(v[0], v[1]), _mm_or_si128(v[2], v[3]));
+    if (Mask(any) == 0) {
+      for (int k = 0; k < 4; ++k) WidenAscii16(v[k], o.Next() + 32 * k);
+      o.Add(128);
+      p += 64;
+      continue;
+    }
+    const __m128i top = _mm_max_epu8(_mm_max_epu8(v[0], v[1]), _mm_max_epu8(v[2], v[3]));
+    if (Mask(_mm_cmpgt_epi8(top, _mm_set1_epi8(-17))) & Mask(top)) {
+      // A byte from 0xF0 up: window by window through the block.
+      const unsigned char* block_end = p + 64;
+      while (common && p < block_end) common = WindowStep(p, end, o);
+      continue;
+    }
+    std::uint64_t high = 0, cont = 0, lead3 = 0, lead4 = 0, overlong2 = 0, e0 = 0, low_cont = 0;
+    for (int k = 0; k < 4; ++k) {
+      const ByteClasses c = Classify(v[k]);
+      high |= std::uint64_t{c.high} << (16 * k);
+      cont |= std::uint64_t{c.cont} << (16 * k);
+      lead3 |= std::uint64_t{c.lead3} << (16 * k);
+      lead4 |= std::uint64_t{c.lead4} << (16 * k);
+      overlong2 |= std::uint64_t{c.overlong2} << (16 * k);
+      e0 |= std::uint64_t{c.e0} << (16 * k);
+      low_cont |= std::uint64_t{c.low_cont} << (16 * k);
+    }
+    if (BadPositions(high, cont, lead3, lead4, overlong2, e0, low_cont) != 0) {
+      // Not a block of valid one- to three-byte characters: window by window through it.
+      const unsigned char* block_end = p + 64;
+      while (common && p < block_end) common = WindowStep(p, end, o);
+      continue;
+    }
+    // Valid throughout (characters running past the block are checked only up to its end).
+    // Windows start at most at byte 51, so that the ends of their first 12 bytes are known.
+    const std::uint64_t ends = ~(cont >> 1);
+    unsigned char* const dst = o.Next();
+    unsigned out_bytes = 0;
+    unsigned pos = 0;
+    while (pos <= 51) {
+      if (pos <= 48 && ((high >> pos) & 0xFFFF) == 0) {
+        WidenAscii16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + pos)), dst + out_bytes);
+        out_bytes += 32;
+        pos += 16;
+        continue;
+      }
+      const unsigned bytes =
+          DecodeWindow(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + pos)),
+                       static_cast<unsigned>(ends >> pos), dst + out_bytes, out_bytes);
+      if (bytes == 0) break;
+      pos += bytes;
+    }
+    o.Add(out_bytes);
+    p += pos;
+    if (pos == 0) common = WindowStep(p, end, o);
+  }
+  while (common && end - p >= 16 && o.Room() >= 40) {
+    o.MakeRoom();
+    common = WindowStep(p, end, o);
+  }
+  o.Flush();
+  unsigned w = o.w;
+  if (common) Utf8Scalar(p, end, end, out, w, out_size);
+  written = w;
+  consumed = static_cast<unsigned>(p - in);
+}
+
+__attribute__((target("sse4.1"))) void Utf16ToUtf8Sse(unsigned char* out, unsigned out_size,
+                                                      const unsigned char* in, unsigned in_size,
+                                                      unsigned& written, unsigned& consumed) {
+  alignas(16) unsigned char stage[kStage + kStageSlack];
+  unsigned staged = 0;
+  unsigned w = 0;
+  const unsigned char* p = in;
+  const unsigned char* const end = in + in_size;
+  auto flush = [&] {
+    std::memcpy(out + (w - staged), stage, staged);
+    staged = 0;
+  };
+  const __m128i not_ascii = _mm_set1_epi16(static_cast<short>(0xFF80));
+  while (end - p >= 16 && out_size - w >= 24) {
+    if (staged > kStage - kStageSlack) flush();
+    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+    if (_mm_testz_si128(a, not_ascii)) {
+      if (end - p >= 32) {
+        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
+        if (_mm_testz_si128(b, not_ascii)) {
+          _mm_storeu_si128(reinterpret_cast<__m128i*>(stage + staged), _mm_packus_epi16(a, b));
+          staged += 16, w += 16, p += 32;
+          continue;
+        }
+      }
+      _mm_storel_epi64(reinterpret_cast<__m128i*>(stage + staged), _mm_packus_epi16(a, a));
+      staged += 8, w += 8, p += 16;
+      continue;
+    }
+    if (_mm_testz_si128(a, _mm_set1_epi16(static_cast<short>(0xF800)))) {  // all below 0x800
+      const __m128i ascii = _mm_cmplt_epi16(a, _mm_set1_epi16(0x80));
+      const unsigned mask =
+          static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(ascii, ascii))) & 0xFF;
+      const __m128i lead = _mm_or_si128(_mm_srli_epi16(a, 6), _mm_set1_epi16(0xC0));
+      const __m128i tail =
+          _mm_or_si128(_mm_and_si128(a, _mm_set1_epi16(0x3F)), _mm_set1_epi16(0x80));
+      const __m128i two = _mm_or_si128(lead, _mm_slli_epi16(tail, 8));
+      const __m128i lanes = _mm_blendv_epi8(two, a, ascii);
+      const __m128i shuffle =
+          _mm_load_si128(reinterpret_cast<const __m128i*>(kUtf16Tables.pack12[mask]));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(stage + staged),
+                       _mm_shuffle_epi8(lanes, shuffle));
+      const unsigned length = kUtf16Tables.length12[mask];
+      staged += length, w += length, p += 16;
+      continue;
+    }
+    for (int half = 0; half < 2; ++half) {
+      const __m128i u = _mm_cvtepu16_epi32(half == 0 ? a : _mm_srli_si128(a, 8));
+      const __m128i low6 =
+          _mm_or_si128(_mm_and_si128(u, _mm_set1_epi32(0x3F)), _mm_set1_epi32(0x80));
+      const __m128i mid6 = _mm_or_si128(_mm_and_si128(_mm_srli_epi32(u, 6), _mm_set1_epi32(0x3F)),
+                                        _mm_set1_epi32(0x80));
+      const __m128i three =
+          _mm_or_si128(_mm_or_si128(_mm_srli_epi32(u, 12), _mm_set1_epi32(0xE0)),
+                       _mm_or_si128(_mm_slli_epi32(mid6, 8), _mm_slli_epi32(low6, 16)));
+      const __m128i two = _mm_or_si128(_mm_or_si128(_mm_srli_epi32(u, 6), _mm_set1_epi32(0xC0)),
+                                       _mm_slli_epi32(low6, 8));
+      const __m128i is1 = _mm_cmplt_epi32(u, _mm_set1_epi32(0x80));
+      const __m128i is2 = _mm_cmplt_epi32(u, _mm_set1_epi32(0x800));
+      const __m128i lanes = _mm_blendv_epi8(_mm_blendv_epi8(three, two, is2), u, is1);
+      const unsigned index = static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(is1))) |
+                             static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(is2))) << 4;
+      const __m128i shuffle =
+          _mm_load_si128(reinterpret_cast<const __m128i*>(kUtf16Tables.pack123[index]));
+      _mm_storeu_si128(reinterpret_cast<__m128i*>(stage + staged),
+                       _mm_shuffle_epi8(lanes, shuffle));
+      const unsigned length = kUtf16Tables.length123[index];
+      staged += length, w += length;
+    }
+    p += 16;
+  }
+  flush();
+  Utf16Scalar(p, end, out, w, out_size);
+  written = w;
+  consumed = static_cast<unsigned>(p - in);
+}
+
+#endif  // KIV_FAST_X86
+
+}  // namespace
+
+void Utf8ToUtf16Run(unsigned char* out, unsigned out_size, const unsigned char* in,
+                    unsigned in_size, unsigned& written, unsigned& consumed) {
+#if KIV_FAST_X86
+  if (HaveSse41()) return Utf8ToUtf16Sse(out, out_size, in, in_size, written, consumed);
+#endif
+  Utf8ToUtf16Scalar(out, out_size, in, in_size, written, consumed);
+}
+
+void Utf16ToUtf8Run(unsigned char* out, unsigned out_size, const unsigned char* in,
+                    unsigned in_size, unsigned& written, unsigned& consumed) {
+#if KIV_FAST_X86
+  if (HaveSse41()) return Utf16ToUtf8Sse(out, out_size, in, in_size, written, consumed);
+#endif
+  Utf16ToUtf8Scalar(out, out_size, in, in_size, written, consumed);
+}
+
+void AsciiToWideRun(unsigned char* out, const unsigned char* in, unsigned count) {
+  unsigned i = 0;
+#if defined(__SSE2__)
+  for (; i + 16 <= count; i += 16) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + i));
+    const __m128i sign = _mm_cmpgt_epi8(_mm_setzero_si128(), v);
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * i), _mm_unpacklo_epi8(v, sign));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 2 * i + 16), _mm_unpackhi_epi8(v, sign));
+  }
+#endif
+  for (; i < count; ++i) {
+    codec::Store16(out + 2 * i, static_cast<std::uint16_t>(static_cast<signed char>(in[i])));
+  }
+}
+
+}  // namespace kiv::fast

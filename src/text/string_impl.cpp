@@ -1,0 +1,339 @@
+// Immutable strings, string buffers and the conversion helpers they share.
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+#include "kiv/containers.h"
+#include "kiv/exception.h"
+#include "text/string_impl.h"
+
+namespace kiv {
+
+namespace text {
+
+Buffer ConvertAll(const BlockConverter& converter, const void* in, unsigned in_bytes,
+                  unsigned& bytes) {
+  BlockConverter conv = converter;
+  // Start from the converter's own estimate and grow when it asks for more; each call converts
+  // as much as fits, so the loop ends after a few rounds even for a poor estimate.
+  unsigned estimate = 0;
+  unsigned estimate_in = in_bytes;
+  conv->EstimateSizes(estimate, 0, in, estimate_in, 0, true);
+  unsigned capacity = std::max(estimate, in_bytes) + 8;
+  Buffer out = BufferExp::Make(capacity);
+  unsigned written = 0;
+  unsigned consumed = 0;
+  unsigned out_pos = 0;
+  unsigned in_pos = 0;
+  while (consumed < in_bytes) {
+    unsigned room = capacity - 4 - written;
+    unsigned out_size = room;
+    unsigned in_size = in_bytes - consumed;
+    auto result = conv->Convert(static_cast<char*>(out->GetData()) + written, out_size, out_pos,
+                                static_cast<const char*>(in) + consumed, in_size, in_pos, true);
+    if (result == DataConverterItf::ResultOutputTooSmall && out_size > room) {
+      // Nothing fitted: `out_size` is what the next character (or the whole rest) needs.
+      unsigned grown = capacity + std::max(out_size, (in_bytes - consumed) * 2) + 8;
+      Buffer bigger = BufferExp::Make(grown);
+      std::memcpy(bigger->GetData(), out->GetData(), written);
+      out = bigger;
+      capacity = grown;
+      continue;
+    }
+    if (in_size == 0) {
+      // An incomplete sequence at the very end, or a converter that cannot move on: the text is
+      // malformed for this conversion.
+      throw CannotConvertException();
+    }
+    written += out_size;
+    consumed += in_size;
+  }
+  std::memset(static_cast<char*>(out->GetData()) + written, 0, 4);
+  bytes = written;
+  return out;
+}
+
+String Reencode(const TextEncoding& from, const void* data, unsigned bytes,
+                const TextEncoding& to) {
+  if (bytes == 0) return String(to);
+  TextEncoding utf16 = TextEncodingExp::MakeUTF16();
+  const void* wide = data;
+  unsigned wide_bytes = bytes;
+  Buffer wide_buffer;
+  if (!RefCount::Equals(from.Get(), utf16.Get())) {
+    wide_buffer = ConvertAll(from->GetToWideConverter(), data, bytes, wide_bytes);
+    wide = wide_buffer->GetData();
+  }
+  if (RefCount::Equals(to.Get(), utf16.Get())) {
+    if (!wide_buffer) {
+      return String(to, const_cast<void*>(wide), wide_bytes);
+    }
+    return String(to, wide_buffer, wide, wide_bytes);
+  }
+  unsigned out_bytes = 0;
+  Buffer out = ConvertAll(to->GetFromWideConverter(), wide, wide_bytes, out_bytes);
+  return String(to, out, out->GetData(), out_bytes);
+}
+
+String OneCharacter(const TextEncoding& encoding, std::uint32_t c) {
+  unsigned short wide[2];
+  unsigned short* end = wide + 2;
+  int units = UTF32toUTF16(wide, end, c);
+  if (units <= 0) throw CannotConvertException();
+  return Reencode(TextEncodingExp::MakeUTF16(), wide, static_cast<unsigned>(units) * 2, encoding);
+}
+
+}  // namespace text
+
+// ---- StringImpl ----
+
+StringImpl::~StringImpl() = default;
+
+String StringImpl::Encode(const TextEncoding& encoding) const {
+  if (RefCount::Equals(encoding.Get(), encoding_.Get())) return String(this);
+  return text::Reencode(encoding_, data_, bytes_, encoding);
+}
+
+String StringImpl::Concat(std::uint32_t c) const {
+  return Concat(text::OneCharacter(encoding_, c));
+}
+
+String StringImpl::Concat(const void* text) const { return Concat(String(encoding_, text)); }
+
+String StringImpl::Concat(const StringBuffer& text) const { return Concat(text.ToString()); }
+
+String StringImpl::Concat(const String& text) const {
+  // One allocation: a buffer sized for both texts and a terminator, filled through a string
+  // buffer whose contents the result then shares.
+  StringBuffer joined(encoding_, BufferExp::Make(bytes_ + text->ByteLength() + 4));
+  joined->Append(String(this));
+  joined->Append(text);
+  return joined->ToString();
+}
+
+String StringImpl::Quote() const {
+  String wide = Encode(TextEncodingExp::MakeUTF16());
+  const unsigned short* p = static_cast<const unsigned short*>(wide->GetData());
+  unsigned n = wide->ByteLength() / 2;
+  std::vector<unsigned short> out;
+  out.reserve(n + 2);
+  out.push_back('"');
+  static const char kHex[] = "0123456789abcdef";
+  for (unsigned i = 0; i < n; ++i) {
+    unsigned short c = p[i];
+    auto put = [&out](char a, char b) {
+      out.push_back(static_cast<unsigned short>(a));
+      out.push_back(static_cast<unsigned short>(b));
+    };
+    switch (c) {
+      case '"':
+        put('\\', '"');
+        break;
+      case '\\':
+        put('\\', '\\');
+        break;
+      case '\n':
+        put('\\', 'n');
+        break;
+      case '\r':
+        put('\\', 'r');
+        break;
+      case '\t':
+        put('\\', 't');
+        break;
+      default:
+        if (c < 0x20 || c == 0x7F) {
+          put('\\', 'u');
+          for (int shift = 12; shift >= 0; shift -= 4) {
+            out.push_back(static_cast<unsigned short>(kHex[(c >> shift) & 0xF]));
+          }
+        } else {
+          out.push_back(c);
+        }
+    }
+  }
+  out.push_back('"');
+  return text::Reencode(TextEncodingExp::MakeUTF16(), out.data(),
+                        static_cast<unsigned>(out.size() * 2), encoding_);
+}
+
+String StringImpl::Substring(std::int32_t start) const {
+  std::int32_t length = static_cast<std::int32_t>(Length());
+  return Substring(start, length);
+}
+
+String StringImpl::Substring(std::int32_t start, std::int32_t count) const {
+  std::int32_t length = static_cast<std::int32_t>(Length());
+  start = std::clamp(start, 0, length);
+  count = std::clamp(count, 0, length - start);
+  // The end of the text is never looked up through DataAt: variable-width encodings refuse an
+  // index equal to their character count.
+  const char* end = static_cast<const char*>(data_) + bytes_;
+  unsigned rest = bytes_;
+  const void* from = start == 0        ? data_
+                     : start == length ? end
+                                       : encoding_->DataAt(data_, rest, start);
+  unsigned tail = rest;
+  const void* to = start + count == length ? end
+                   : count == 0            ? from
+                                           : encoding_->DataAt(from, tail, count);
+  unsigned bytes =
+      static_cast<unsigned>(static_cast<const char*>(to) - static_cast<const char*>(from));
+  return String(new StringImpl(encoding_, buffer_, from, bytes, static_cast<std::uint32_t>(count)));
+}
+
+String StringImpl::Trim() const {
+  const void* data = data_;
+  unsigned length = bytes_;
+  std::uint32_t chars = bytes_ == 0 ? 0 : encoding_->Trim(data, length);
+  if (bytes_ == 0) length = 0;
+  return String(new StringImpl(encoding_, buffer_, data, length, chars));
+}
+
+String StringImpl::ToLower() const {
+  if (bytes_ == 0) return String(encoding_);
+  unsigned bytes = 0;
+  Buffer out = text::ConvertAll(encoding_->GetToLowerConverter(), data_, bytes_, bytes);
+  return String(new StringImpl(encoding_, out, out->GetData(), bytes));
+}
+
+String StringImpl::ToUpper() const {
+  if (bytes_ == 0) return String(encoding_);
+  unsigned bytes = 0;
+  Buffer out = text::ConvertAll(encoding_->GetToUpperConverter(), data_, bytes_, bytes);
+  return String(new StringImpl(encoding_, out, out->GetData(), bytes));
+}
+
+String StringImpl::SplitPiece(const void* data, unsigned bytes, bool trim) const {
+  String piece(new StringImpl(encoding_, buffer_, data, bytes));
+  return trim ? piece->Trim() : piece;
+}
+
+Container StringImpl::SplitOn(const String& separator, bool trim, std::int32_t max) const {
+  Container pieces = ContainerExp::MakeList();
+  String whole = trim ? Trim() : String(this);
+  if (max < 2) {
+    pieces->AddLast(whole);
+    return pieces;
+  }
+  String sep = InMyEncoding(*separator.operator->());
+  const char* start = static_cast<const char*>(whole->GetData());
+  unsigned rest = whole->ByteLength();
+  const StringImpl* self = static_cast<const StringImpl*>(whole.GetRef().Get());
+  unsigned offset = 0;
+  std::int32_t made = 0;
+  while (made < max - 1 && sep->ByteLength() > 0) {
+    std::int64_t at = self->FindBytes(sep->GetData(), sep->ByteLength(), offset);
+    if (at < 0) break;
+    unsigned pos = static_cast<unsigned>(at);
+    pieces->AddLast(SplitPiece(start + offset, pos - offset, trim));
+    offset = pos + sep->ByteLength();
+    ++made;
+  }
+  pieces->AddLast(SplitPiece(start + offset, rest - offset, trim));
+  return pieces;
+}
+
+Container StringImpl::Split(std::uint32_t separator, bool trim, std::int32_t max) const {
+  return SplitOn(text::OneCharacter(encoding_, separator), trim, max);
+}
+
+Container StringImpl::Split(const void* separator, bool trim, std::int32_t max) const {
+  return SplitOn(String(encoding_, separator), trim, max);
+}
+
+Container StringImpl::Split(const StringBuffer& separator, bool trim, std::int32_t max) const {
+  return SplitOn(separator.ToString(), trim, max);
+}
+
+Container StringImpl::Split(const String& separator, bool trim, std::int32_t max) const {
+  return SplitOn(separator, trim, max);
+}
+
+// ---- StringBufferImpl ----
+
+StringBufferImpl::StringBufferImpl(const TextEncoding& encoding, const Buffer& storage)
+    : BasicStringImpl(encoding, storage, !storage ? nullptr : storage->GetData(), 0, 0) {}
+
+StringBufferImpl::~StringBufferImpl() = default;
+
+void StringBufferImpl::Grow(unsigned bytes) {
+  // Exact fit, never by a factor: keep the storage when it is large enough, else move to storage
+  // of exactly `bytes` bytes. Storage shared with a String is left to it.
+  if (buffer_ && shared_ == 0 && buffer_->GetSize() >= bytes) return;
+  Buffer next = BufferExp::Make(bytes);
+  if (bytes_ > 0) std::memcpy(next->GetData(), data_, bytes_);
+  buffer_ = next;
+  data_ = buffer_->GetData();
+  shared_ = 0;
+}
+
+void StringBufferImpl::Reserve(unsigned bytes) {
+  if (bytes > Capacity()) Grow(bytes);
+}
+
+void StringBufferImpl::AppendBytes(const void* data, unsigned bytes, std::uint32_t chars) {
+  if (bytes == 0) return;
+  unsigned need = bytes_ + bytes + 4;
+  if (!buffer_ || buffer_->GetSize() < need) {
+    shared_ = 0;  // Moving on leaves the shared storage untouched.
+    Grow(need);
+  }
+  // Appending writes only past the end of any shared string, so shared storage stays in use.
+  std::memmove(static_cast<char*>(buffer_->GetData()) + bytes_, data, bytes);
+  bytes_ += bytes;
+  chars_ = (chars_ == kUnknownLength || chars == kUnknownLength) ? kUnknownLength : chars_ + chars;
+}
+
+void StringBufferImpl::Append(const String& text) {
+  String mine = InMyEncoding(*text.operator->());
+  std::uint32_t chars = kUnknownLength;
+  if (RefCount::Equals(text->GetEncoding().Get(), encoding_.Get())) chars = text->Length();
+  AppendBytes(mine->GetData(), mine->ByteLength(), chars);
+}
+
+void StringBufferImpl::Append(const StringBuffer& text) { Append(text.ToString()); }
+
+void StringBufferImpl::Append(const void* text) { Append(String(encoding_, text)); }
+
+void StringBufferImpl::Append(std::uint32_t c) {
+  String one = text::OneCharacter(encoding_, c);
+  AppendBytes(one->GetData(), one->ByteLength(), 1);
+}
+
+void StringBufferImpl::Clear() {
+  bytes_ = 0;
+  chars_ = 0;
+  if (shared_ > 0) {
+    // The next write would land inside a shared string: start over in fresh storage.
+    buffer_ = Buffer();
+    data_ = nullptr;
+    shared_ = 0;
+  }
+}
+
+void StringBufferImpl::Assign(const String& text) {
+  String keep = text;  // `text` may share this buffer's storage.
+  Clear();
+  if (buffer_ && keep->GetData() >= buffer_->GetData() &&
+      keep->GetData() < static_cast<const char*>(buffer_->GetData()) + buffer_->GetSize()) {
+    buffer_ = Buffer();
+    data_ = nullptr;
+  }
+  Append(keep);
+}
+
+void StringBufferImpl::Assign(const StringBuffer& text) { Assign(text.ToString()); }
+
+void StringBufferImpl::Assign(const void* text) { Assign(String(encoding_, text)); }
+
+void StringBufferImpl::Assign(std::uint32_t c) { Assign(text::OneCharacter(encoding_, c)); }
+
+String StringBufferImpl::ToString() const {
+  if (bytes_ == 0) return String(encoding_);
+  // The string shares the storage; writes below its end move the buffer on first.
+  shared_ = std::max(shared_, bytes_);
+  return String(new StringImpl(encoding_, buffer_, data_, bytes_, chars_));
+}
+
+}  // namespace kiv

@@ -1,0 +1,157 @@
+// The string implementations: one shared template for the read-only part, and the immutable and
+// mutable strings on top of it.
+#ifndef KIV_SRC_TEXT_STRING_IMPL_H_
+#define KIV_SRC_TEXT_STRING_IMPL_H_
+
+#include <cstdint>
+#include <vector>
+
+#include "kiv/buffer.h"
+#include "kiv/encodings.h"
+#include "kiv/string.h"
+
+namespace kiv {
+
+// Marks a character count that has not been computed yet.
+inline constexpr std::uint32_t kUnknownLength = 0xFFFFFFFFu;
+
+// State and read-only operations shared by strings and string buffers: the encoding, the buffer
+// holding the bytes, where the text starts in it, its length in bytes and (once known) in
+// characters.
+template <class Itf>
+class BasicStringImpl : public Itf {
+ public:
+  TextEncoding GetEncoding() const override { return encoding_; }
+  Buffer GetBuffer() const override { return buffer_; }
+  unsigned ByteLength() const override { return bytes_; }
+  std::uint32_t Length() const override;
+  const void* GetData() const override { return data_; }
+  std::uint32_t CharAt(std::int32_t index) const override;
+  const void* DataAt(std::int32_t index, unsigned& bytes) const override;
+  bool IsEmpty() const override { return bytes_ == 0; }
+  bool StartsWith(const String& prefix) const override;
+  std::int32_t IndexOf(std::uint32_t c) const override;
+  std::int32_t IndexOf(const void* text) const override;
+  std::int32_t IndexOf(const StringBuffer& text) const override;
+  std::int32_t IndexOf(const String& text) const override;
+  bool EndsWith(const String& suffix) const override;
+  int CompareTo(const String& other) const override;
+  int CompareTo(const StringBuffer& other) const override;
+  int CompareIgnoreCase(const String& other) const override;
+  std::int32_t LastIndexOf(std::uint32_t c) const override;
+  std::int32_t LastIndexOf(const void* text) const override;
+  std::int32_t LastIndexOf(const StringBuffer& text) const override;
+  std::int32_t LastIndexOf(const String& text) const override;
+  bool Contains(const String& text) const override;
+  std::int32_t IndexOf(const String& text, std::int32_t from) const override;
+  std::uint32_t CountOf(std::uint32_t c) const override;
+  unsigned CopyTo(void* dst, unsigned capacity, const TextEncoding& encoding) const override;
+  bool EqualsIgnoreCase(const String& other) const override;
+  bool StartsWith(const void* text) const override;
+  bool EndsWith(const void* text) const override;
+  std::uint32_t Hash() const override;
+  bool IsBlank() const override;
+  int Compare(const void* text) const override;
+
+  // Strings compare by content with other strings, and by identity with anything else.
+  bool Equals(const RefCount& other) const override;
+  int Compare(const RefCount& other) const override;
+
+ protected:
+  BasicStringImpl(const TextEncoding& encoding, const Buffer& buffer, const void* data,
+                  unsigned bytes, std::uint32_t chars)
+      : encoding_(encoding), buffer_(buffer), data_(data), bytes_(bytes), chars_(chars) {}
+
+  // Bytes of `other`'s text in this string's encoding (re-encoded when needed).
+  String InMyEncoding(const BasicStringItf& other) const;
+  // Byte offset of the first (or last) occurrence of the needle, or -1.
+  std::int64_t FindBytes(const void* needle, unsigned needle_bytes, unsigned from) const;
+  std::int64_t FindLastBytes(const void* needle, unsigned needle_bytes) const;
+  std::int32_t IndexOfText(const BasicStringItf& text) const;
+  std::int32_t LastIndexOfText(const BasicStringItf& text) const;
+  std::int32_t IndexAtOffset(std::int64_t offset) const;
+  int CompareWith(const BasicStringItf& other) const;
+  unsigned UnitBytes() const { return encoding_->UnitBits() / 8; }
+
+  TextEncoding encoding_;
+  Buffer buffer_;
+  const void* data_;
+  unsigned bytes_;
+  mutable std::uint32_t chars_;
+};
+
+class StringImpl final : public BasicStringImpl<StringItf> {
+ public:
+  StringImpl(const TextEncoding& encoding, const Buffer& buffer, const void* data, unsigned bytes,
+             std::uint32_t chars = kUnknownLength)
+      : BasicStringImpl(encoding, buffer, data, bytes, chars) {}
+  ~StringImpl() override;
+
+  String Encode(const TextEncoding& encoding) const override;
+  String Concat(std::uint32_t c) const override;
+  String Concat(const void* text) const override;
+  String Concat(const StringBuffer& text) const override;
+  String Concat(const String& text) const override;
+  String Quote() const override;
+  String Substring(std::int32_t start) const override;
+  String Substring(std::int32_t start, std::int32_t count) const override;
+  String Trim() const override;
+  String ToLower() const override;
+  String ToUpper() const override;
+  Container Split(std::uint32_t separator, bool trim, std::int32_t max) const override;
+  Container Split(const void* separator, bool trim, std::int32_t max) const override;
+  Container Split(const StringBuffer& separator, bool trim, std::int32_t max) const override;
+  Container Split(const String& separator, bool trim, std::int32_t max) const override;
+
+ private:
+  String SplitPiece(const void* data, unsigned bytes, bool trim) const;
+  Container SplitOn(const String& separator, bool trim, std::int32_t max) const;
+};
+
+class StringBufferImpl final : public BasicStringImpl<StringBufferItf> {
+ public:
+  // Empty, with no storage yet (`storage` null) or over the given storage.
+  StringBufferImpl(const TextEncoding& encoding, const Buffer& storage);
+  ~StringBufferImpl() override;
+
+  void Append(const String& text) override;
+  void Append(const StringBuffer& text) override;
+  void Append(const void* text) override;
+  void Append(std::uint32_t c) override;
+  void Assign(const String& text) override;
+  void Assign(const StringBuffer& text) override;
+  void Assign(const void* text) override;
+  void Assign(std::uint32_t c) override;
+  String ToString() const override;
+  void Clear() override;
+  void Reserve(unsigned bytes) override;
+  unsigned Capacity() const override { return !buffer_ ? 0 : buffer_->GetSize(); }
+
+ private:
+  // Appends bytes already in this buffer's encoding.
+  void AppendBytes(const void* data, unsigned bytes, std::uint32_t chars);
+  // Makes room for `bytes` bytes in all, by exact fit.
+  void Grow(unsigned bytes);
+  // A String handed out by ToString shares the storage up to `shared_`; writes below that mark
+  // first move to storage of their own.
+  mutable unsigned shared_ = 0;
+};
+
+// Helpers shared by the string code.
+namespace text {
+
+// Converts a whole text with a block converter into a new owned buffer (with 4 spare bytes for a
+// terminator); `bytes` receives the bytes produced. An incomplete sequence at the end of the text
+// is malformed text: CannotConvertException.
+Buffer ConvertAll(const BlockConverter& converter, const void* in, unsigned in_bytes,
+                  unsigned& bytes);
+// `text` re-encoded from `from` into `to` (a copy, even when the encodings are equal).
+String Reencode(const TextEncoding& from, const void* text, unsigned bytes, const TextEncoding& to);
+// The one-character string of the wide character `c` in `encoding`.
+String OneCharacter(const TextEncoding& encoding, std::uint32_t c);
+
+}  // namespace text
+
+}  // namespace kiv
+
+#endif  // KIV_SRC_TEXT_STRING_IMPL_H_

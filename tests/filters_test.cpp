@@ -1,0 +1,484 @@
+// Stream filters: chunked coding (against hostile input and against Python's HTTP client), the
+// converting streams, the small filters, and the thread-safe output stream.
+#include <gtest/gtest.h>
+#include <kiv/converters.h>
+#include <kiv/encodings.h>
+#include <kiv/exception.h>
+#include <kiv/filters.h>
+#include <kiv/streams.h>
+#include <kiv/textio.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/test_support.h"
+
+namespace {
+
+// Delivers a script of data pieces and time-outs, at most `max_read` bytes per read, and records
+// the time-out of every read.
+class ScriptedInput : public kiv::SyncInputStreamItf {
+ public:
+  struct Step {
+    std::string data;
+    bool timeout = false;
+  };
+  explicit ScriptedInput(std::vector<Step> steps, unsigned max_read = UINT_MAX)
+      : steps_(std::move(steps)), max_read_(max_read) {}
+  explicit ScriptedInput(const std::string& data, unsigned max_read = UINT_MAX)
+      : ScriptedInput(std::vector<Step>{{data}}, max_read) {}
+  using kiv::SyncInputStreamItf::Read;
+  unsigned Read(void* dst, unsigned count, std::int64_t timeout) override {
+    timeouts.push_back(timeout);
+    while (i_ < steps_.size() && !steps_[i_].timeout && off_ == steps_[i_].data.size()) {
+      ++i_;
+      off_ = 0;
+    }
+    if (i_ == steps_.size()) return 0;
+    if (steps_[i_].timeout) {
+      ++i_;
+      throw kiv::IOTimeoutException();
+    }
+    const unsigned n = std::min({count, max_read_, unsigned(steps_[i_].data.size() - off_)});
+    std::memcpy(dst, steps_[i_].data.data() + off_, n);
+    off_ += n;
+    return n;
+  }
+  std::string Rest() const { return i_ < steps_.size() ? steps_[i_].data.substr(off_) : ""; }
+  std::vector<std::int64_t> timeouts;
+
+ private:
+  std::vector<Step> steps_;
+  unsigned max_read_;
+  size_t i_ = 0, off_ = 0;
+};
+
+// Records what it is given; takes at most `max_write` bytes per write and `budget` in all.
+class RecordingOutput : public kiv::SyncOutputStreamItf {
+ public:
+  explicit RecordingOutput(unsigned budget = UINT_MAX, unsigned max_write = UINT_MAX)
+      : budget_(budget), max_write_(max_write) {}
+  using kiv::SyncOutputStreamItf::Write;
+  unsigned Write(const void* src, unsigned count) override {
+    if (throws) throw kiv::IOCanceledException();
+    const unsigned n = std::min({count, budget_, max_write_});
+    budget_ -= n;
+    data.append(static_cast<const char*>(src), n);
+    return n;
+  }
+  void Flush() override { ++flushes; }
+  std::string data;
+  int flushes = 0;
+  bool throws = false;
+
+ private:
+  unsigned budget_, max_write_;
+};
+
+kiv::SyncInputStream Over(const std::string& bytes) {
+  return kiv::SyncInputStreamExp::Make(
+      kiv::BufferExp::Make(const_cast<char*>(bytes.data()), unsigned(bytes.size())));
+}
+
+// Reads `in` to its end with reads of `count` bytes.
+std::string Drain(kiv::SyncInputStream in, unsigned count) {
+  std::string out;
+  std::vector<char> buf(count);
+  while (unsigned n = in->Read(buf.data(), count, -1)) out.append(buf.data(), n);
+  return out;
+}
+
+std::string Decode(const std::string& wire, unsigned count, unsigned max_read = UINT_MAX) {
+  return Drain(
+      kiv::ChunkedSyncIOStreamExp::Make(kiv::SyncInputStream(new ScriptedInput(wire, max_read))),
+      count);
+}
+
+std::string Body(size_t n) {
+  std::string body(n, '\0');
+  std::uint32_t x = 12345;
+  for (auto& c : body) c = char((x = x * 1103515245 + 12345) >> 16);
+  return body;
+}
+
+std::string Encode(const std::string& body, size_t write_size) {
+  auto* raw = new RecordingOutput();
+  kiv::SyncOutputStream sink(raw);
+  {
+    kiv::SyncOutputStream chunked = kiv::ChunkedSyncIOStreamExp::Make(sink);
+    for (size_t i = 0; i < body.size(); i += write_size) {
+      const unsigned n = unsigned(std::min(write_size, body.size() - i));
+      EXPECT_EQ(chunked->Write(body.data() + i, n), n);
+    }
+  }
+  return raw->data;
+}
+
+TEST(ChunkedInput, DecodesFramingAndLeavesTheTrailerUnread) {
+  auto* raw = new ScriptedInput("5\r\nhello\r\n0\r\n\r\n");
+  kiv::SyncInputStream chunked = kiv::ChunkedSyncIOStreamExp::Make(kiv::SyncInputStream(raw));
+  char buf[5];
+  EXPECT_EQ(chunked->Read(buf, 5, -1), 5u);
+  EXPECT_EQ(std::string(buf, 5), "hello");
+  EXPECT_EQ(chunked->Read(buf, 5, -1), 0u);
+  EXPECT_EQ(chunked->Read(-1), -1);
+  EXPECT_EQ(raw->Rest(), "\r\n");
+
+  EXPECT_EQ(Decode("a;name=value\r\n0123456789\r\n0\r\n", 10), "0123456789");
+  // Lines that are not size lines are skipped: empty, no CR, a lone CR.
+  EXPECT_EQ(Decode("\r\n5\n\r\n5\r\nhello\r\n0\r\n", 5), "hello");
+  // A read larger than the chunk takes the framing after it as data.
+  EXPECT_EQ(Decode("3\r\nabc\r\n0\r\n\r\n", 100), "abc\r\n0\r\n\r\n");
+  // A chunk not closed by CR LF ends the body after its data.
+  EXPECT_EQ(Decode("3\r\nabcXY3\r\ndef\r\n0\r\n", 3), "abc");
+}
+
+TEST(ChunkedInput, CappedReadsDeliverOnlyDataToAReader) {
+  const std::string wire = "3\r\nab\n\r\n4\r\ncd\ne\r\n0\r\n\r\n";
+  auto capped = [&wire] {
+    return kiv::ChunkedSyncIOStreamExp::MakeCapped(kiv::SyncInputStream(new ScriptedInput(wire)));
+  };
+  EXPECT_EQ(Drain(capped(), 100), "ab\ncd\ne");
+  kiv::Reader reader =
+      kiv::ReaderExp::Make(kiv::TextInputStreamExp::Make(capped(), kiv::BufferExp::Make(4096),
+                                                         kiv::TextEncodingExp::MakeUTF8()),
+                           -1);
+  std::vector<std::string> lines;
+  kiv::String line;
+  while (reader->ReadLine(line)) lines.push_back(kiv::testing::Utf8(line));
+  EXPECT_EQ(lines, (std::vector<std::string>{"ab\n", "cd\n", "e"}));
+}
+
+TEST(ChunkedInput, SizesAreReadAsStrtoulReadsThemInto32Bits) {
+  const std::string tail = "\r\n0123456789abcdef0123\r\n0\r\n";
+  EXPECT_EQ(Decode(" +0x10;x" + tail, 16), "0123456789abcdef");
+  EXPECT_EQ(Decode("\t10 junk" + tail, 16), "0123456789abcdef");
+  EXPECT_EQ(Decode(std::string("10\0ff", 5) + tail, 16), "0123456789abcdef");
+  EXPECT_EQ(Decode("0x" + tail, 16), "");  // "0" then junk: the last chunk
+  EXPECT_EQ(Decode("zz" + tail, 16), "");  // no digits: the last chunk
+  // -1 and overflowing sizes read as 0xFFFFFFFF: everything that follows is data.
+  EXPECT_EQ(Decode("-1" + tail, 7), tail.substr(2));
+  EXPECT_EQ(Decode("123456789abcdef" + tail, 7), tail.substr(2));
+  // 63 bytes and the line feed is the longest size line; a longer one is dropped.
+  EXPECT_EQ(Decode(std::string(61, '0') + "3\r\nabc\r\n0\r\n", 3), "abc");
+  EXPECT_EQ(Decode(std::string(62, '0') + "9\r\n3\r\nabc\r\n0\r\n", 3), "abc");
+}
+
+TEST(ChunkedInput, HostileInputEndsTheBodyWithoutFailing) {
+  EXPECT_EQ(Decode(std::string(1 << 20, 'f'), 100), "");          // an endless size line
+  EXPECT_EQ(Decode(std::string(1 << 16, '\r') + "\n", 100), "");  // CRs without LF
+  EXPECT_EQ(Decode(std::string(1000, '\0'), 100), "");
+  EXPECT_EQ(Decode("ffffffff\r\nshort", 100), "short");  // a huge chunk cut short
+  // Cut at every position, read byte-wise and in a stream that gives one byte per read: never
+  // a failure, always a prefix of the body.
+  const std::string body = Body(300);
+  const std::string wire = Encode(body, 70);
+  for (size_t cut = 0; cut <= wire.size(); ++cut) {
+    for (unsigned max_read : {1u, UINT_MAX}) {
+      const std::string got = Decode(wire.substr(0, cut), 1, max_read);
+      ASSERT_TRUE(got == body.substr(0, got.size())) << cut;
+    }
+  }
+  EXPECT_TRUE(Decode(wire, 1000, 1) == body);  // one byte per wrapped read never overruns a chunk
+}
+
+TEST(ChunkedInput, ATimeoutInsideTheFramingResumesWhereItStruck) {
+  auto* raw =
+      new ScriptedInput({{"1"}, {"", true}, {"0\r\n0123456789abcdef\r"}, {"", true}, {"\n0\r\n"}});
+  kiv::SyncInputStream chunked = kiv::ChunkedSyncIOStreamExp::Make(kiv::SyncInputStream(raw));
+  char buf[16];
+  EXPECT_THROW(chunked->Read(buf, 16, -1), kiv::IOTimeoutException);
+  EXPECT_EQ(chunked->Read(buf, 16, -1), 16u);  // the size line "10" read whole
+  EXPECT_EQ(chunked->Read(buf, 16, -1), 0u);   // the chunk's LF, then the last chunk
+  EXPECT_EQ(raw->Rest(), "");
+}
+
+TEST(ChunkedOutput, WritesOneChunkPerWriteAndTheLastOnRelease) {
+  auto* raw = new RecordingOutput();
+  kiv::SyncOutputStream sink(raw);
+  {
+    kiv::SyncOutputStream chunked = kiv::ChunkedSyncIOStreamExp::Make(sink);
+    EXPECT_EQ(chunked->Write("abc", 3), 3u);
+    EXPECT_EQ(chunked->Write("", 0), 0u);
+    EXPECT_TRUE(chunked->Write(static_cast<unsigned char>('X')));
+    EXPECT_EQ(raw->data, "3\r\nabc\r\n1\r\nX\r\n");
+    EXPECT_EQ(raw->flushes, 0);
+  }
+  EXPECT_EQ(raw->data, "3\r\nabc\r\n1\r\nX\r\n0\r\n\r\n");
+  EXPECT_EQ(raw->flushes, 1);
+  // A sink that takes a few bytes per write still gets whole chunks.
+  auto* narrow = new RecordingOutput(UINT_MAX, 3);
+  kiv::SyncOutputStream narrow_sink(narrow);
+  kiv::ChunkedSyncIOStreamExp::Make(narrow_sink)->Write("abcdefghijklmnopqrstuvwxyz", 26);
+  EXPECT_EQ(narrow->data, "1a\r\nabcdefghijklmnopqrstuvwxyz\r\n0\r\n\r\n");
+}
+
+TEST(ChunkedOutput, RoundTripsOverWriteAndReadSizes) {
+  const std::string body = Body(5000);
+  for (size_t write_size : {1, 3, 64, 1000, 4999, 5000}) {
+    const std::string wire = Encode(body, write_size);
+    for (unsigned read_size : {1u, 5u, 64u, 4096u}) {
+      auto* raw = new ScriptedInput(wire, 7);
+      kiv::SyncInputStream chunked = kiv::ChunkedSyncIOStreamExp::Make(kiv::SyncInputStream(raw));
+      std::string got;
+      std::vector<char> buf(read_size);
+      // Reads stay within the chunk, as a caller that knows the chunking would keep them.
+      while (got.size() < body.size()) {
+        const size_t left_in_chunk =
+            std::min(write_size - got.size() % write_size, body.size() - got.size());
+        const unsigned n =
+            chunked->Read(buf.data(), unsigned(std::min<size_t>(read_size, left_in_chunk)), -1);
+        ASSERT_GT(n, 0u);
+        got.append(buf.data(), n);
+      }
+      EXPECT_EQ(chunked->Read(buf.data(), read_size, -1), 0u);
+      EXPECT_TRUE(got == body) << write_size << " " << read_size;
+      EXPECT_EQ(raw->Rest(), "\r\n");
+    }
+  }
+}
+
+TEST(ChunkedOutput, PythonsHttpClientReadsWhatWeEncode) {
+  if (std::system("command -v python3 >/dev/null 2>&1") != 0) {
+    GTEST_SKIP() << "python3 is not available: the encoder is not cross-checked";
+  }
+  kiv::testing::ScopedTempDir dir;
+  const std::string body = Body(20000);
+  std::string wire = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
+  for (size_t write_size : {7, 15, 16, 255, 4096, 65536}) {
+    wire += Encode(body, write_size);
+    wire.resize(wire.size() - 5);  // all bodies but the last go on as chunks of one body
+  }
+  wire += "0\r\n\r\n";
+  std::ofstream("response.bin", std::ios::binary) << wire;
+  std::ofstream("read.py") << "import http.client, io, sys\n"
+                              "class S:\n"
+                              "    def __init__(self, d): self.f = io.BytesIO(d)\n"
+                              "    def makefile(self, *a, **k): return self.f\n"
+                              "r = http.client.HTTPResponse(S(open('response.bin','rb').read()))\n"
+                              "r.begin()\n"
+                              "sys.stdout.buffer.write(r.read())\n";
+  ASSERT_EQ(std::system("python3 read.py > body.bin"), 0);
+  std::string expected;
+  for (int i = 0; i < 6; ++i) expected += body;
+  EXPECT_TRUE(kiv::testing::ReadFile("body.bin") == expected);
+}
+
+TEST(FixedLength, EndsAtTheLimitAndAtAnEarlyEnd) {
+  auto* raw = new ScriptedInput("abcdef");
+  kiv::SyncInputStream wrapped(raw);
+  kiv::SyncInputStream none = kiv::FixedLengthSyncInputStreamExp::Make(wrapped, 0);
+  char buf[8];
+  EXPECT_EQ(none->Read(buf, 8, -1), 0u);
+  EXPECT_EQ(none->Read(-1), -1);
+  EXPECT_TRUE(raw->timeouts.empty());  // the wrapped stream was never read
+  EXPECT_EQ(Drain(kiv::FixedLengthSyncInputStreamExp::Make(wrapped, 4), 3), "abcd");
+  EXPECT_EQ(raw->Rest(), "ef");
+  kiv::SyncInputStream longer = kiv::FixedLengthSyncInputStreamExp::Make(wrapped, 10);
+  EXPECT_EQ(Drain(longer, 8), "ef");
+  EXPECT_EQ(longer->Read(-1), -1);
+}
+
+TEST(ConsumeAll, DrainsOnReleaseUnlessAtTheEnd) {
+  auto* raw = new ScriptedInput(std::string(10000, 'x'));
+  kiv::SyncInputStream wrapped(raw);
+  {
+    char buf[10];
+    kiv::ConsumeAllSyncInputStreamExp::Make(wrapped, 42)->Read(buf, 10, -1);
+  }
+  EXPECT_EQ(raw->Rest(), "");
+  EXPECT_EQ(raw->timeouts.back(), 42);
+  const size_t reads = raw->timeouts.size();
+  {
+    kiv::SyncInputStream s = kiv::ConsumeAllSyncInputStreamExp::Make(wrapped, 42);
+    EXPECT_EQ(s->Read(-1), -1);
+  }
+  EXPECT_EQ(raw->timeouts.size(), reads + 1);  // no draining after the end was seen
+  // A failure while draining is dropped.
+  kiv::SyncInputStream failing(new ScriptedInput({{"abc"}, {"", true}}));
+  EXPECT_NO_THROW(kiv::ConsumeAllSyncInputStreamExp::Make(failing, 0));
+}
+
+TEST(DefaultTimeout, ReplacesOnlyNegativeTimeouts) {
+  auto* raw = new ScriptedInput("abcd");
+  kiv::SyncInputStream s =
+      kiv::DefaultTimeoutSyncInputStreamExp::Make(kiv::SyncInputStream(raw), 500);
+  char c;
+  s->Read(&c, 1, -1);
+  s->Read(&c, 1, 0);
+  s->Read(&c, 1, 7);
+  s->Read(-5);
+  EXPECT_EQ(raw->timeouts, (std::vector<std::int64_t>{500, 0, 7, 500}));
+}
+
+TEST(Tee, CopiesWhatTheFirstAcceptedAndDropsTheSecondsFailures) {
+  auto* first = new RecordingOutput(3);
+  auto* second = new RecordingOutput();
+  kiv::SyncOutputStream tee =
+      kiv::SyncOutputStreamExp::Make(kiv::SyncOutputStream(first), kiv::SyncOutputStream(second));
+  EXPECT_EQ(tee->Write("0123456789", 10), 3u);
+  EXPECT_EQ(second->data, "012");
+  EXPECT_FALSE(tee->Write(static_cast<unsigned char>('x')));
+  second->throws = true;
+  auto* roomy = new RecordingOutput();
+  kiv::SyncOutputStream tee2 =
+      kiv::SyncOutputStreamExp::Make(kiv::SyncOutputStream(roomy), kiv::SyncOutputStream(second));
+  EXPECT_EQ(tee2->Write("ab", 2), 2u);
+  EXPECT_TRUE(tee2->Write(static_cast<unsigned char>('c')));
+  EXPECT_EQ(roomy->data, "abc");
+  EXPECT_THROW(tee2->ToStreamMarker(), kiv::NotRandomAccessException);
+
+  char a[8], b[8];
+  kiv::SyncOutputStream sa = kiv::SyncOutputStreamExp::Make(kiv::BufferExp::Make(a, 8));
+  kiv::SyncOutputStream sb = kiv::SyncOutputStreamExp::Make(kiv::BufferExp::Make(b, 8));
+  kiv::SyncOutputStream both = kiv::SyncOutputStreamExp::Make(sa, sb);
+  both->Write("abcd", 4);
+  both->ToStreamMarker()->SetPosition(1);
+  both->Write("X", 1);
+  EXPECT_EQ(std::string(a, 4), "aXcd");
+  EXPECT_EQ(std::string(b, 4), "aXcd");
+}
+
+TEST(LoggingInput, LogsWhatIsReadAndMarkerMoves) {
+  const std::string bytes("ab\0cdefghijklmnop", 17);
+  auto* log = new RecordingOutput();
+  kiv::SyncInputStream in = kiv::SyncInputStreamExp::Make(Over(bytes), kiv::SyncOutputStream(log));
+  char buf[2];
+  EXPECT_EQ(in->Read(buf, 2, -1), 2u);
+  EXPECT_EQ(in->Read(-1), 0);  // a zero byte read singly is not logged
+  EXPECT_EQ(in->Read(-1), 'c');
+  EXPECT_EQ(log->data, "abc");
+  kiv::Ref<kiv::StreamMarkerItf> marker = in->ToStreamMarker();
+  marker->SetPosition(10);
+  log->data.clear();
+  marker->SetPosition(10);
+  EXPECT_EQ(log->data, "");
+  marker->SetPosition(4);
+  EXPECT_EQ(log->data, "\n### INPUT MARKER RESET FROM 10 TO 4\n");
+  EXPECT_EQ(marker->GetPosition(), 4);
+  try {
+    marker->SetPosition(100);
+    ADD_FAILURE() << "no BoundsException";
+  } catch (const kiv::BoundsException& e) {
+    EXPECT_EQ(e.What(), 100);
+  }
+  kiv::SyncInputStream plain = kiv::SyncInputStreamExp::Make(
+      kiv::SyncInputStream(new ScriptedInput("x")), kiv::SyncOutputStream(log));
+  EXPECT_FALSE(plain->IsRandomAccess());
+  EXPECT_THROW(plain->ToStreamMarker(), kiv::NotRandomAccessException);
+}
+
+std::string Utf8Sample() {
+  std::string s;
+  for (int i = 0; i < 200; ++i) s += "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80 line\n";
+  return s;
+}
+
+TEST(ConvertingInput, DeliversWhatTheBlockConverterMakesWhateverTheReadSizes) {
+  const std::string text = Utf8Sample();
+  const kiv::String wide =
+      kiv::String(kiv::TextEncodingExp::MakeUTF8(), text.data(), unsigned(text.size()))
+          ->Encode(kiv::TextEncodingExp::MakeUTF16());
+  const std::string expected(static_cast<const char*>(wide->GetData()), wide->ByteLength());
+  for (unsigned read_size : {1u, 2u, 3u, 7u, 1000u}) {
+    for (unsigned max_read : {1u, UINT_MAX}) {
+      kiv::SyncInputStream in =
+          kiv::SyncInputStreamExp::Make(kiv::SyncInputStream(new ScriptedInput(text, max_read)),
+                                        kiv::TextEncodingExp::MakeUTF8()->GetToWideConverter());
+      EXPECT_TRUE(Drain(in, read_size) == expected) << read_size << " " << max_read;
+    }
+  }
+  // Once it holds data for the caller it does not wait again.
+  auto* raw = new ScriptedInput("abcdefgh", 2);
+  kiv::SyncInputStream copy =
+      kiv::SyncInputStreamExp::Make(kiv::SyncInputStream(raw), kiv::BlockCopyConverterExp::Make());
+  char buf[8];
+  EXPECT_EQ(copy->Read(buf, 8, 1234), 8u);
+  EXPECT_EQ(raw->timeouts, (std::vector<std::int64_t>{1234, 0, 0, 0}));
+}
+
+// Asks for 3 bytes per character and never manages to convert into them.
+class StubbornConverter : public kiv::BlockConverterItf {
+ public:
+  kiv::DataConverter GetDataConverter() override { return kiv::DataConverter(); }
+  double GetExpansionFactor() override { return 1.0; }
+  BufferResult ComputeSizes(unsigned& out_size, unsigned, const void*, unsigned&, unsigned,
+                            bool) override {
+    out_size = 3;
+    return kiv::DataConverterItf::ResultOK;
+  }
+  BufferResult Convert(void*, unsigned& out_size, unsigned&, const void*, unsigned& in_size,
+                       unsigned&, bool) override {
+    out_size = 3;
+    in_size = 1;
+    return kiv::DataConverterItf::ResultOutputTooSmall;
+  }
+};
+
+TEST(ConvertingInput, ThrowsTheNeededSizeWhenEvenTheOverflowStoreFails) {
+  kiv::SyncInputStream in = kiv::SyncInputStreamExp::Make(
+      kiv::SyncInputStream(new ScriptedInput("abc")), kiv::BlockConverter(new StubbornConverter()));
+  char buf[2];
+  try {
+    in->Read(buf, 2, -1);
+    ADD_FAILURE() << "no DataConverterBufferException";
+  } catch (const kiv::DataConverterBufferException& e) {
+    EXPECT_EQ(e.What(), 3);
+  }
+}
+
+TEST(ConvertingOutput, ConvertsLargeWritesAndDropsAnIncompleteTail) {
+  const std::string sample = Utf8Sample() + Utf8Sample() + Utf8Sample();
+  const kiv::String wide =
+      kiv::String(kiv::TextEncodingExp::MakeUTF8(), sample.data(), unsigned(sample.size()))
+          ->Encode(kiv::TextEncodingExp::MakeUTF16());
+  // What the block converter makes of it (it writes surrogates one by one).
+  const kiv::String back = wide->Encode(kiv::TextEncodingExp::MakeUTF8());
+  const std::string text(static_cast<const char*>(back->GetData()), back->ByteLength());
+  auto* raw = new RecordingOutput();
+  kiv::SyncOutputStream out = kiv::SyncOutputStreamExp::Make(
+      kiv::SyncOutputStream(raw), kiv::TextEncodingExp::MakeUTF8()->GetFromWideConverter());
+  EXPECT_EQ(out->Write(wide->GetData(), wide->ByteLength()), wide->ByteLength());
+  EXPECT_TRUE(raw->data == text);
+  EXPECT_EQ(out->Write("a\0b", 3), 2u);  // the odd byte is not a whole unit
+  EXPECT_TRUE(raw->data == text + "a");
+}
+
+TEST(ThreadSafeOutput, EveryWriteLandsWhole) {
+  // The sink takes 3 bytes per write, so an unprotected Write would be split and interleaved.
+  // Log-style writers in line mode hand each line to the shared stream in one Write.
+  auto* raw = new RecordingOutput(UINT_MAX, 3);
+  kiv::SyncOutputStream shared = kiv::MTSyncIOStreamExp::Make(kiv::SyncOutputStream(raw));
+  constexpr int kThreads = 4, kLines = 300;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&shared, t] {
+      kiv::Writer writer = kiv::WriterExp::Make(kiv::TextEncodingExp::MakeUTF8(), shared);
+      writer->SetLineMode(true);
+      for (std::int32_t i = 0; i < kLines; ++i) {
+        writer->Write(static_cast<std::int32_t>(t));
+        writer->Write(":");
+        writer->Write(i);
+        writer->NewLine();
+      }
+    });
+  }
+  for (auto& th : threads) th.join();
+  std::vector<int> next(kThreads, 0);
+  for (size_t pos = 0, end; (end = raw->data.find('\n', pos)) != std::string::npos; pos = end + 1) {
+    const std::string line = raw->data.substr(pos, end - pos);
+    int t = -1, i = -1;
+    ASSERT_EQ(std::sscanf(line.c_str(), "%d:%d", &t, &i), 2) << line;
+    ASSERT_EQ(line, std::to_string(t) + ":" + std::to_string(i));
+    ASSERT_EQ(i, next[t]++) << line;
+  }
+  EXPECT_EQ(next, std::vector<int>(kThreads, kLines));
+}
+
+}  // namespace

@@ -1,0 +1,280 @@
+#include <kiv/encodings.h>
+#include <kiv/exception.h>
+#include <kiv/hierhashtable.h>
+#include <kiv/textio.h>
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "support/test_support.h"
+
+namespace kiv {
+namespace {
+
+using testing::Utf8;
+using testing::Wide;
+
+std::vector<std::string> KeysOf(const HierHashtable& t) {
+  std::vector<std::string> out;
+  for (Ref<EnumerationItf> e = t->Keys(); e->HasMoreElements();) {
+    out.push_back(Utf8(String(e->NextElement())));
+  }
+  return out;
+}
+
+// A tree that records its shape as text, to show that a failed call changed nothing.
+std::string Shape(const HierHashtable& t) {
+  std::string out = "(";
+  for (const std::string& k : KeysOf(t)) {
+    HierHashtable child = t->Get(Wide(k.c_str()));
+    out += k + (child ? Shape(child) : std::string("-")) + " ";
+  }
+  return out + ")";
+}
+
+class Sink : public SyncOutputStreamItf {
+ public:
+  unsigned Write(const void* src, unsigned count) override {
+    text.append(static_cast<const char*>(src), count);
+    return count;
+  }
+  using SyncOutputStreamItf::Write;
+  void Flush() override {}
+  std::string text;
+};
+
+TEST(HierHashtablePaths, WalkingWithDotsAndSeparators) {
+  HierHashtable root = HierHashtableExp::Make();
+  HierHashtable y = root->MakePath(Wide("x/y"), 0x1FF, 0);
+  EXPECT_EQ(root->MakePath(Wide("x/y"), 0x1FF, 0).Get(), y.Get());
+  EXPECT_EQ(root->Get(Wide("x/./y")).Get(), y.Get());
+  EXPECT_EQ(root->Get(Wide("./x/y")).Get(), y.Get());
+  EXPECT_EQ(root->Get(Wide(".")).Get(), root.Get());
+  EXPECT_EQ(root->Get(Wide("x/.")).Get(), root->Get(Wide("x")).Get());
+  EXPECT_EQ(root->Get(String(TextEncodingExp::MakeUTF8(), static_cast<const void*>("x/y"))).Get(),
+            y.Get());
+  EXPECT_TRUE(root->ContainsKey(Wide("x/y")));
+  EXPECT_TRUE(root->ContainsKey(Wide(".")));
+  EXPECT_FALSE(root->ContainsKey(Wide("x/z")));
+  EXPECT_FALSE(root->ContainsKey(Wide("q/z")));
+  for (const char* bad : {"/x", "x/", "x//y", ""}) {
+    EXPECT_FALSE(root->ContainsKey(Wide(bad))) << bad;
+    EXPECT_THROW(root->Get(Wide(bad)), InvalidKeyException) << bad;
+  }
+  EXPECT_THROW(root->Get(String()), InvalidKeyException);
+  EXPECT_THROW(root->Get(Wide("x/..")), KeyOutOfBoundsException);
+  try {
+    root->Get(Wide("x/../y"));
+    FAIL();
+  } catch (const KeyOutOfBoundsException& e) {
+    EXPECT_EQ(Utf8(e.What()), "../y");
+  }
+  try {
+    root->Get(Wide("x/q/y"));
+    FAIL();
+  } catch (const NoSuchNamedElementException& e) {
+    EXPECT_EQ(Utf8(e.What()), "q");
+  }
+
+  // Separator as a character, as a one-character string and as a longer string.
+  HierHashtable colon = HierHashtableExp::Make(ContainerExp::MakeList(), HashtableExp::Make(),
+                                               std::uint32_t{':'}, false);
+  HierHashtable bar =
+      HierHashtableExp::Make(ContainerExp::MakeList(), HashtableExp::Make(), Wide("|"), false);
+  HierHashtable twin =
+      HierHashtableExp::Make(ContainerExp::MakeList(), HashtableExp::Make(), Wide("::"), false);
+  HierHashtable b = colon->MakePath(Wide("a:b"), 0x1FF, 0);
+  EXPECT_EQ(colon->Get(Wide("a:b")).Get(), b.Get());
+  HierHashtable d = b->MakePath(Wide("c:d"), 0, 0);  // nodes made on a path keep the separator
+  EXPECT_EQ(colon->Get(Wide("a:b:c:d")).Get(), d.Get());
+  HierHashtable barred = bar->MakePath(Wide("a|b"), 0, 0);
+  EXPECT_EQ(bar->Get(Wide("a|b")).Get(), barred.Get());
+  EXPECT_EQ(KeysOf(twin->MakePath(Wide("a::b::c"), 0, 0)), std::vector<std::string>{});
+  EXPECT_EQ(KeysOf(twin), std::vector<std::string>{"a"});
+  EXPECT_EQ(KeysOf(twin->Get(Wide("a"))), std::vector<std::string>{"b"});
+  EXPECT_TRUE(twin->ContainsKey(Wide("a::b::c")));
+  EXPECT_FALSE(twin->ContainsKey(Wide("a:b")));
+  EXPECT_THROW(twin->Get(Wide("a::::b")), InvalidKeyException);
+  EXPECT_THROW(twin->Get(Wide("a::")), InvalidKeyException);
+  EXPECT_THROW(HierHashtableExp::Make(ContainerExp::MakeList(), HashtableExp::Make(),
+                                      String(TextEncodingExp::MakeUTF16()), false),
+               InvalidKeyException);
+}
+
+TEST(HierHashtablePaths, FailedChangesLeaveTheTreeAsItWas) {
+  HierHashtable root = HierHashtableExp::Make();
+  root->MakePath(Wide("a/b"), 0x1FF, 0);
+  const std::string before = Shape(root);
+  EXPECT_THROW(root->MakePath(Wide("n/m/"), 0x1FF, 0), InvalidKeyException);
+  EXPECT_THROW(root->MakePath(Wide("n//m"), 0x1FF, 0), InvalidKeyException);
+  EXPECT_THROW(root->MakePath(Wide("a/n/../m"), 0x1FF, 0), KeyOutOfBoundsException);
+  EXPECT_THROW(root->MakePath(Wide("a/n/.."), 0x1FF, 0), KeyOutOfBoundsException);
+  HierHashtable node = HierHashtableExp::Make();
+  EXPECT_THROW(root->Put(Wide("n/m/."), node), KeyIsIdentityException);
+  EXPECT_THROW(root->Put(Wide("n/./"), node), KeyIsIdentityException);
+  EXPECT_THROW(root->Put(Wide("."), node), KeyIsIdentityException);
+  EXPECT_THROW(root->Remove(Wide("a/."), 0), KeyIsIdentityException);
+  EXPECT_THROW(root->Remove(Wide("n/b"), 0), NoSuchNamedElementException);
+  EXPECT_THROW(root->Remove(Wide("a/b/"), 0), InvalidKeyException);
+  EXPECT_EQ(Shape(root), before);
+
+  // Put returns what it replaced; Remove detaches and returns it; absent last names give empty.
+  EXPECT_FALSE(!!root->Put(Wide("a/c/d"), node));
+  EXPECT_EQ(root->Get(Wide("a/c/d")).Get(), node.Get());
+  EXPECT_EQ(root->Put(Wide("a/c/d"), HierHashtableExp::Make()).Get(), node.Get());
+  HierHashtable b = root->Get(Wide("a/b"));
+  EXPECT_EQ(root->Remove(Wide("a/b"), 0).Get(), b.Get());
+  EXPECT_FALSE(!!root->Remove(Wide("a/b"), 0));
+  EXPECT_EQ(KeysOf(root->Get(Wide("a"))), std::vector<std::string>{"c"});
+}
+
+TEST(HierHashtablePaths, ValuesOnTheWayAndChildCaseRule) {
+  Hashtable table = HashtableExp::Make();
+  HierHashtable root = HierHashtableExp::Make(ContainerExp::MakeList(), table, true);
+  table->Put(Wide("v"), Wide("a string"));
+  EXPECT_THROW(root->Get(Wide("v")), BadCastException);
+  EXPECT_FALSE(root->ContainsKey(Wide("v/w")));
+  HierHashtable w = root->MakePath(Wide("v/w"), 0x1FF, 0);  // the string is replaced
+  EXPECT_EQ(root->Get(Wide("v/w")).Get(), w.Get());
+  // The root's own table is case-sensitive; the nodes it made are not.
+  EXPECT_FALSE(root->IsCaseInsensitive());
+  EXPECT_TRUE(root->Get(Wide("v"))->IsCaseInsensitive());
+  EXPECT_EQ(root->Get(Wide("v/W")).Get(), w.Get());
+  EXPECT_THROW(root->Get(Wide("V/w")), NoSuchNamedElementException);
+}
+
+TEST(HierHashtable, CloneDeepAndShallow) {
+  HierHashtable root = HierHashtableExp::Make();
+  root->AddLast(Wide("value"));
+  HierHashtable leaf = root->MakePath(Wide("a/b"), 0x1FF, 0);
+  HierHashtable deep(root->Clone(false));
+  HierHashtable shallow(root->Clone(true));
+  EXPECT_EQ(deep->First().Get(), root->First().Get());  // elements are shared
+  EXPECT_NE(deep->Get(Wide("a/b")).Get(), leaf.Get());
+  EXPECT_EQ(shallow->Get(Wide("a/b")).Get(), leaf.Get());
+  deep->MakePath(Wide("a/only-in-deep"), 0, 0);
+  shallow->MakePath(Wide("z"), 0, 0);
+  EXPECT_FALSE(root->ContainsKey(Wide("a/only-in-deep")));
+  EXPECT_FALSE(root->ContainsKey(Wide("z")));
+  deep->RemoveAll();
+  EXPECT_EQ(deep->Count(), 0);
+  EXPECT_TRUE(KeysOf(deep).empty());
+  EXPECT_EQ(root->Count(), 1);
+}
+
+TEST(HierHashtableAdapters, ReadOnlyFacesRefuseChanges) {
+  HierHashtable tree = HierHashtableExp::Make();
+  tree->AddLast(Wide("e"));
+  tree->MakePath(Wide("a/b"), 0x1FF, 0);
+  HierHashtable ro = HierHashtableExp::Make(ConstHierHashtableExp::Make(tree));
+  EXPECT_EQ(ro->Count(), 1);
+  EXPECT_EQ(Utf8(String(ro->First())), "e");
+  EXPECT_TRUE(ro->ContainsKey(Wide("a/b")));
+  HierHashtable a = ro->Get(Wide("a"));
+  EXPECT_THROW(a->MakePath(Wide("c"), 0, 0), AccessException);
+  EXPECT_THROW(ro->MakePath(Wide("c"), 0, 0), AccessException);
+  EXPECT_THROW(ro->Put(Wide("c"), tree), AccessException);
+  EXPECT_THROW(ro->Remove(Wide("a"), 0), AccessException);
+  EXPECT_THROW(ro->AddLast(Object()), AccessException);
+  EXPECT_THROW(ro->ElementAt(0), AccessException);
+  EXPECT_THROW(ro->IteratorAtFirst(), AccessException);
+  EXPECT_THROW(ro->RemoveAll(), AccessException);
+  EXPECT_EQ(tree->Count(), 1);
+
+  Hashtable flat = HashtableExp::Make();
+  flat->Put(Wide("k"), Wide("v"));
+  Hashtable refusing = HashtableExp::Make(ConstHashtable(flat));
+  EXPECT_FALSE(refusing->Put(Wide("k"), Object()));
+  EXPECT_THROW(refusing->Lookup(Wide("k")), AccessException);
+  EXPECT_THROW(refusing->Remove(Wide("k")), AccessException);
+  EXPECT_THROW(refusing->RemoveAll(), AccessException);
+  EXPECT_FALSE(refusing->IsCloneable());
+  EXPECT_THROW(refusing->Clone(), HTNotCloneableException);
+  HierHashtable over_const = HierHashtableExp::Make(ConstHashtable(flat));
+  EXPECT_THROW(over_const->Put(Wide("k"), HierHashtableExp::Make()), AccessException);
+  EXPECT_THROW(over_const->Clone(false), HTNotCloneableException);
+  EXPECT_EQ(Utf8(String(flat->Get(Wide("k")))), "v");
+}
+
+TEST(HierHashtableAdapters, FlatAndHierarchicalViews) {
+  Hashtable flat = HashtableExp::Make();
+  flat->Put(Wide("k"), Wide("v"));
+  HierHashtable one_level = HierHashtableExp::Make(flat);
+  HierHashtable wrapped = one_level->Get(Wide("k"));
+  ASSERT_EQ(wrapped->Count(), 1);
+  EXPECT_EQ(Utf8(String(wrapped->First())), "v");
+  EXPECT_EQ(one_level->Get(Wide(".")).Get(), one_level.Get());
+  EXPECT_THROW(one_level->MakePath(Wide("new"), 0, 0), AccessException);
+  EXPECT_THROW(one_level->Get(Wide("..")), KeyOutOfBoundsException);
+  HierHashtable node = HierHashtableExp::Make();
+  node->AddLast(Wide("w"));
+  EXPECT_EQ(Utf8(String(one_level->Put(Wide("k"), node)->First())), "v");
+  EXPECT_EQ(Utf8(String(flat->Get(Wide("k")))), "w");  // the node's element is stored
+
+  HierHashtable tree = HierHashtableExp::Make();
+  HierHashtable b = tree->MakePath(Wide("a/b"), 0, 0);
+  Hashtable paths = HashtableExp::Make(tree);
+  EXPECT_EQ(paths->Get(Wide("a/b")).Get(), static_cast<RefCount*>(b.Get()));
+  EXPECT_THROW(paths->Put(Wide("a/c"), Wide("not a node")), BadCastException);
+  EXPECT_TRUE(paths->Put(Wide("a/c"), HierHashtableExp::Make()));
+  EXPECT_TRUE(tree->ContainsKey(Wide("a/c")));
+  EXPECT_THROW(paths->Lookup(Wide("a")), NotSupportedException);
+  EXPECT_EQ(paths->Remove(Wide("a/b")).Get(), static_cast<RefCount*>(b.Get()));
+  EXPECT_FALSE(tree->ContainsKey(Wide("a/b")));
+  EXPECT_TRUE(ConstHashtableExp::Make(tree)->ContainsKey(Wide("a/c")));
+}
+
+TEST(HierHashtableDump, ExactText) {
+  Hashtable table = HashtableExp::Make();
+  HierHashtable root = HierHashtableExp::Make(ContainerExp::MakeList(), table, false);
+  HierHashtable n = root->MakePath(Wide("n"), 0, 0);
+  n->AddLast(Wide("alpha"));
+  n->AddLast(Wide("beta"));
+  HierHashtable deep = root->MakePath(Wide("n/deep"), 0, 0);
+  deep->AddLast(Wide("abcdefghijklmnopqrstuvwxyz0123456789"));  // 36 characters
+  root->MakePath(Wide("e"), 0, 0)->AddLast(Object());
+  root->MakePath(Wide("h"), 0, 0)->AddLast(HashtableExp::Make());
+  table->Put(Wide("."), root);  // an entry that leads back to the node itself
+  table->Put(Wide(".."), Object());
+
+  Ref<Sink> sink(new Sink);
+  Writer w = WriterExp::Make(TextEncodingExp::MakeUTF8(), SyncOutputStream(sink.Get()));
+  HierHashtableExp::Dump(w, root);
+  ConstHierHashtableExp::Dump(w, ConstHierHashtableExp::Make(n), Wide("n"), 2);
+  w->Flush();
+  table->Remove(Wide("."));  // break the cycle
+  EXPECT_EQ(sink->text,
+            "/ [ 0 ]\n"
+            " n [ 2 ]: \"alpha\", ...\n"
+            "  deep [ 1 ]: \"abcdefghijklmnopqrstuvwxyz012...\"\n"
+            " e [ 1 ]: NULL\n"
+            " h [ 1 ]: kiv::HashtableImpl\n"
+            " . [ 0 ]\n"
+            " .. [ ? ]\n"
+            "  n [ 2 ]: \"alpha\", ...\n"
+            "   deep [ 1 ]: \"abcdefghijklmnopqrstuvwxyz012...\"\n");
+}
+
+TEST(PartialMatchException, CarriesTheNodeReached) {
+  HierHashtable node = HierHashtableExp::Make();
+  PartialMatchException e(Wide("missing"), node);
+  EXPECT_EQ(e.LastMatch().Get(), node.Get());
+  EXPECT_EQ(Utf8(e.What()), "missing");
+  EXPECT_EQ(Utf8(e.ToString()), "kiv::PartialMatchException - missing (partial match)");
+  EXPECT_EQ(Utf8(PartialMatchException(Wide("x"), HierHashtable()).ToString()),
+            "kiv::PartialMatchException - x");
+  Ref<Exception> kept(e.Clone());
+  try {
+    kept->Rethrow();
+    FAIL();
+  } catch (const NoSuchNamedElementException& thrown) {
+    const auto* copy = dynamic_cast<const PartialMatchException*>(&thrown);
+    ASSERT_NE(copy, nullptr);
+    EXPECT_EQ(copy->LastMatch().Get(), node.Get());
+  }
+}
+
+}  // namespace
+}  // namespace kiv

@@ -1,0 +1,50 @@
+#include "support/test_support.h"
+
+#include <kiv/encodings.h>
+
+#include <stdlib.h>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+namespace kiv::testing {
+
+std::string Utf8(const String& s) {
+  if (!s) return "<null>";
+  String u = s->Encode(TextEncodingExp::MakeUTF8());
+  return std::string(static_cast<const char*>(u->GetData()), u->ByteLength());
+}
+
+String Wide(const char* utf8) {
+  String u(TextEncodingExp::MakeUTF8(), const_cast<char*>(utf8),
+           static_cast<unsigned>(std::strlen(utf8)));
+  return u->Encode(TextEncodingExp::MakeUTF16());
+}
+
+ScopedTempDir::ScopedTempDir() : previous_(std::filesystem::current_path().string()) {
+  std::string pattern = (std::filesystem::temp_directory_path() / "kiv_test_XXXXXX").string();
+  std::vector<char> name(pattern.begin(), pattern.end());
+  name.push_back('\0');
+  path_ = mkdtemp(name.data());
+  std::filesystem::current_path(path_);
+}
+
+ScopedTempDir::~ScopedTempDir() {
+  std::filesystem::current_path(previous_);
+  std::error_code ignored;
+  std::filesystem::remove_all(path_, ignored);
+}
+
+std::string ReadFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string CorpusDir() {
+  std::filesystem::path dir(KIV_CORPUS_DIR);
+  return std::filesystem::is_directory(dir) ? dir.string() : std::string();
+}
+
+}  // namespace kiv::testing

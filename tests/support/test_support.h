@@ -1,0 +1,36 @@
+// Helpers shared by the test programs.
+#ifndef KIV_TESTS_SUPPORT_TEST_SUPPORT_H_
+#define KIV_TESTS_SUPPORT_TEST_SUPPORT_H_
+
+#include <kiv/string.h>
+
+#include <string>
+
+namespace kiv::testing {
+
+// The text of a string as UTF-8, for assertions and messages.
+std::string Utf8(const String& s);
+// A UTF-16 string of UTF-8 text.
+String Wide(const char* utf8);
+// Runs the enclosing scope in a fresh temporary directory (the current directory is restored and
+// the temporary one removed at the end).
+class ScopedTempDir {
+ public:
+  ScopedTempDir();
+  ~ScopedTempDir();
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string previous_;
+  std::string path_;
+};
+
+// The whole content of a file, or "" when it cannot be read.
+std::string ReadFile(const std::string& path);
+
+// The corpus folder beside the project, or "" when it is absent.
+std::string CorpusDir();
+
+}  // namespace kiv::testing
+
+#endif  // KIV_TESTS_SUPPORT_TEST_SUPPORT_H_

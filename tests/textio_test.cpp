@@ -1,0 +1,270 @@
+// Text input streams, readers, writers and line mode.
+#include <gtest/gtest.h>
+#include <kiv/encodings.h>
+#include <kiv/exception.h>
+#include <kiv/streams.h>
+#include <kiv/textio.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "support/test_support.h"
+
+namespace {
+
+using kiv::testing::Utf8;
+
+// Delivers a script of data pieces and time-outs, at most `max_read` bytes per read.
+class ScriptedInput : public kiv::SyncInputStreamItf {
+ public:
+  struct Step {
+    std::string data;
+    bool timeout = false;
+  };
+  explicit ScriptedInput(std::vector<Step> steps, unsigned max_read = UINT_MAX)
+      : steps_(std::move(steps)), max_read_(max_read) {}
+  using kiv::SyncInputStreamItf::Read;
+  unsigned Read(void* dst, unsigned count, std::int64_t) override {
+    while (i_ < steps_.size() && !steps_[i_].timeout && off_ == steps_[i_].data.size()) {
+      ++i_;
+      off_ = 0;
+    }
+    if (i_ == steps_.size()) return 0;
+    if (steps_[i_++].timeout) throw kiv::IOTimeoutException();
+    --i_;
+    const unsigned n = std::min({count, max_read_, unsigned(steps_[i_].data.size() - off_)});
+    std::memcpy(dst, steps_[i_].data.data() + off_, n);
+    off_ += n;
+    return n;
+  }
+
+ private:
+  std::vector<Step> steps_;
+  unsigned max_read_;
+  size_t i_ = 0, off_ = 0;
+};
+
+// Records every write; accepts at most `budget` bytes in all.
+class RecordingOutput : public kiv::SyncOutputStreamItf {
+ public:
+  explicit RecordingOutput(unsigned budget = UINT_MAX) : budget_(budget) {}
+  using kiv::SyncOutputStreamItf::Write;
+  unsigned Write(const void* src, unsigned count) override {
+    const unsigned n = std::min(count, budget_);
+    budget_ -= n;
+    if (n > 0) writes.emplace_back(static_cast<const char*>(src), n);
+    return n;
+  }
+  void Flush() override { ++flushes; }
+  std::string All() const {
+    std::string all;
+    for (const auto& w : writes) all += w;
+    return all;
+  }
+  std::vector<std::string> writes;
+  int flushes = 0;
+
+ private:
+  unsigned budget_;
+};
+
+kiv::Reader MakeReader(std::vector<ScriptedInput::Step> steps, const kiv::TextEncoding& enc,
+                       unsigned max_read = UINT_MAX, unsigned buffer = 4096) {
+  kiv::SyncInputStream in(new ScriptedInput(std::move(steps), max_read));
+  return kiv::ReaderExp::Make(kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(buffer), enc),
+                              -1);
+}
+
+std::string U16(const std::u16string& s) {
+  return std::string(reinterpret_cast<const char*>(s.data()), s.size() * 2);
+}
+
+std::vector<std::string> AllLines(kiv::Reader& reader) {
+  std::vector<std::string> lines;
+  kiv::String line;
+  while (reader->ReadLine(line)) lines.push_back(Utf8(line));
+  EXPECT_TRUE(line->IsEmpty());
+  return lines;
+}
+
+TEST(Reader, LinesKeepTheirEndingsAndEndWithTheEmptyString) {
+  kiv::Reader ascii = MakeReader({{"a\r\nb"}}, kiv::TextEncodingExp::MakeAscii());
+  EXPECT_EQ(AllLines(ascii), (std::vector<std::string>{"a\r\n", "b"}));
+  kiv::String line;
+  EXPECT_FALSE(ascii->ReadLine(line));  // and stays at the end
+
+  // In UTF-16 only the unit 10 ends a line: U+010A holds the byte 0x0A.
+  kiv::Reader wide = MakeReader({{U16(u"x\ny\u010Az\n")}}, kiv::TextEncodingExp::MakeUTF16());
+  EXPECT_EQ(AllLines(wide), (std::vector<std::string>{"x\n", "y\xC4\x8Az\n"}));
+}
+
+TEST(Reader, LongLinesComeBackWholeWhateverTheReadPattern) {
+  const std::string long_line = std::string(3000, 'x') + "\xC3\xA9\n";
+  for (unsigned buffer : {8u, 100u, 4096u}) {
+    for (unsigned max_read : {1u, 7u, UINT_MAX}) {
+      kiv::Reader reader =
+          MakeReader({{long_line + "tail"}}, kiv::TextEncodingExp::MakeUTF8(), max_read, buffer);
+      EXPECT_EQ(AllLines(reader), (std::vector<std::string>{long_line, "tail"}))
+          << buffer << " " << max_read;
+    }
+  }
+}
+
+TEST(Reader, TimeoutThrowsOnlyBeforeTheFirstByteOfALine) {
+  kiv::Reader reader = MakeReader({{"", true}, {"ab"}, {"", true}, {"c\nd"}},
+                                  kiv::TextEncodingExp::MakeAscii(), UINT_MAX, 16);
+  kiv::String line;
+  EXPECT_THROW(reader->ReadLine(line), kiv::IOTimeoutException);
+  EXPECT_TRUE(reader->ReadLine(line));
+  EXPECT_EQ(Utf8(line), "ab");  // cut short by the time-out
+  EXPECT_EQ(AllLines(reader), (std::vector<std::string>{"c\n", "d"}));
+}
+
+TEST(TextInputStream, ReadCharDecodesAcrossReadsAndSkipsWhatDoesNotConvert) {
+  const std::string text =
+      "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xFF"
+      "b\xE2\x82";
+  kiv::SyncInputStream in(new ScriptedInput({{text}}, 1));
+  kiv::TextInputStream tis =
+      kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(8), kiv::TextEncodingExp::MakeUTF8());
+  std::vector<std::uint32_t> chars;
+  for (int i = 0; i < 8; ++i) chars.push_back(tis->ReadChar(-1));
+  EXPECT_EQ(chars, (std::vector<std::uint32_t>{'a', 0xE9, 0x20AC, 0x1F600, 0, 'b', 0, 0}));
+
+  kiv::Reader reader = MakeReader({{"\xF0\x9F\x98\x80"}}, kiv::TextEncodingExp::MakeUTF8());
+  unsigned short unit = 1;
+  EXPECT_TRUE(reader->ReadChar(unit));
+  EXPECT_EQ(unit, 0xF600);  // cut to 16 bits
+  EXPECT_FALSE(reader->ReadChar(unit));
+  EXPECT_EQ(unit, 0);
+}
+
+TEST(TextInputStream, ReadLineNeverWritesPastTheRoomGiven) {
+  kiv::SyncInputStream in(new ScriptedInput({{U16(u"abcdef\n")}}));
+  kiv::TextInputStream tis = kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(64),
+                                                           kiv::TextEncodingExp::MakeUTF16());
+  char out[16];
+  std::memset(out, '#', sizeof out);
+  EXPECT_EQ(tis->ReadLine(out, 5, -1), 4u);  // whole units only
+  EXPECT_EQ(out[4], '#');
+  EXPECT_EQ(tis->ReadLine(out, 16, -1), 10u);
+  EXPECT_EQ(std::string(out, 10), U16(u"cdef\n"));
+  EXPECT_EQ(tis->ReadLine(out, 16, -1), 0u);
+}
+
+std::string Written(const kiv::TextEncoding& enc, void (*write)(kiv::Writer&)) {
+  auto* raw = new RecordingOutput();
+  kiv::SyncOutputStream out(raw);
+  kiv::Writer writer = kiv::WriterExp::Make(enc, out);
+  write(writer);
+  return raw->All();
+}
+
+TEST(Writer, CTextIsSentUnchangedOrConverted) {
+  EXPECT_EQ(Written(kiv::TextEncodingExp::MakeAscii(), [](kiv::Writer& w) { w->Write("abc"); }),
+            "abc");
+  // Non-ASCII C text reaches an ASCII writer through conversion, which writes '.' for it.
+  EXPECT_EQ(
+      Written(kiv::TextEncodingExp::MakeAscii(), [](kiv::Writer& w) { w->Write("\xC3\xA9"); }),
+      ".");
+  EXPECT_EQ(Written(kiv::TextEncodingExp::MakeUTF8(), [](kiv::Writer& w) { w->Write("\xC3\xA9"); }),
+            "\xC3\xA9");
+  EXPECT_EQ(
+      Written(kiv::TextEncodingExp::MakeUTF16(), [](kiv::Writer& w) { w->Write("a\xC3\xA9"); }),
+      U16(u"a\u00E9"));
+}
+
+TEST(Writer, NumbersAndCharacters) {
+  EXPECT_EQ(Written(kiv::TextEncodingExp::MakeUTF8(),
+                    [](kiv::Writer& w) {
+                      w->Write(INT32_MIN);
+                      w->Write(' ');
+                      w->Write(UINT32_MAX);
+                      w->Write(' ');
+                      w->Write(INT64_MIN);
+                      w->Write(' ');
+                      w->Write(UINT64_MAX);
+                      w->Write(' ');
+                      w->Write(0.5);
+                      w->Write(' ');
+                      w->WriteHex(255, 4);
+                      w->WriteChar(0x20AC);
+                      w->WriteChar(0x1F600);
+                      w->Write('\xE9');  // Latin-1
+                      w->NewLine();
+                    }),
+            "-2147483648 4294967295 -9223372036854775808 18446744073709551615 0.5 00ff"
+            "\xE2\x82\xAC\xF0\x9F\x98\x80\xC3\xA9\n");
+  EXPECT_EQ(Written(kiv::TextEncodingExp::MakeUTF16(),
+                    [](kiv::Writer& w) {
+                      w->Write(42);
+                      w->WriteChar(0x1F600);
+                      w->WriteLine(kiv::testing::Wide("ok"));
+                    }),
+            U16(u"42\U0001F600ok\n"));
+  EXPECT_THROW(
+      Written(kiv::TextEncodingExp::MakeUTF8(), [](kiv::Writer& w) { w->WriteChar(0x110000); }),
+      kiv::CannotConvertException);
+}
+
+TEST(Writer, ReportsAStreamThatStopsAccepting) {
+  kiv::SyncOutputStream out(new RecordingOutput(2));
+  kiv::Writer writer = kiv::WriterExp::Make(kiv::TextEncodingExp::MakeUTF8(), out);
+  EXPECT_FALSE(writer->Write("abcd"));
+  EXPECT_EQ(writer->WriteBytes("xy", 2), 0u);
+}
+
+TEST(LineMode, EachCompletedLineGoesOutWholeAndUnchanged) {
+  auto* raw = new RecordingOutput();
+  kiv::SyncOutputStream out(raw);
+  {
+    kiv::Writer writer = kiv::WriterExp::Make(kiv::TextEncodingExp::MakeUTF8(), out);
+    writer->SetLineMode(true);
+    writer->Write("one ");
+    writer->Write("two\r\nthree ");
+    writer->Write(5);
+    EXPECT_EQ(raw->writes, (std::vector<std::string>{"one two\r\n"}));
+    writer->NewLine();
+    writer->Write("held");
+    writer->Flush();  // hands on the unfinished line and flushes the sink
+    EXPECT_EQ(raw->flushes, 1);
+    writer->Write("a\nb\nc");  // two lines in one write
+    writer->Write("unterminated");
+  }  // releasing the writer hands on what is held
+  EXPECT_EQ(raw->writes, (std::vector<std::string>{"one two\r\n", "three 5\n", "held", "a\nb\n",
+                                                   "cunterminated"}));
+}
+
+TEST(LineMode, LineFeedsAreFoundOnlyAtUnitBoundaries) {
+  auto* raw = new RecordingOutput();
+  kiv::SyncOutputStream out(raw);
+  kiv::SyncOutputStream line =
+      kiv::LineModeSyncOutputStreamExp::Make(out, kiv::TextEncodingExp::MakeUTF16());
+  const std::string bytes = U16(u"a\u010A\nc\n");  // U+010A holds the byte 0x0A
+  for (char c : bytes) line->Write(static_cast<unsigned char>(c));
+  EXPECT_EQ(raw->writes, (std::vector<std::string>{U16(u"a\u010A\n"), U16(u"c\n")}));
+  EXPECT_FALSE(line->IsRandomAccess());
+  EXPECT_THROW(line->ToStreamMarker(), kiv::NotRandomAccessException);
+}
+
+TEST(LineMode, OrderIsKeptWhenLeavingLineModeAndRefusalIsReported) {
+  auto* raw = new RecordingOutput();
+  kiv::SyncOutputStream out(raw);
+  kiv::Writer writer = kiv::WriterExp::Make(kiv::TextEncodingExp::MakeAscii(), out);
+  writer->SetLineMode(true);
+  writer->Write("held ");
+  writer->SetLineMode(false);
+  writer->Write("raw");
+  EXPECT_EQ(raw->All(), "held raw");
+
+  kiv::SyncOutputStream tight(new RecordingOutput(3));
+  kiv::SyncOutputStream line =
+      kiv::LineModeSyncOutputStreamExp::Make(tight, kiv::TextEncodingExp::MakeAscii());
+  EXPECT_EQ(line->Write("abcdef\n", 7), 7u);  // held: the sink took only "abc"
+  EXPECT_EQ(line->Write("x", 1), 0u);         // still refused: nothing taken
+}
+
+}  // namespace
