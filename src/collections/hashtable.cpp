@@ -6,6 +6,7 @@
 
 #include "collections/hashtable_hash.h"
 #include "collections/hashtable_impl.h"
+#include "platform/wide_ctype.h"
 #include "collections/list_impl.h"
 #include "kiv/encodings.h"
 #include "kiv/exception.h"
@@ -33,24 +34,12 @@ bool IsUsableKey(const String& key) { return !!key && key->ByteLength() != 0; }
 
 }  // namespace
 
-// Reads the encoding of the library's own strings in place. GetEncoding() hands out a counted
-// handle, and its two interlocked operations would cost more than the rest of a short lookup;
-// every key and path passes through here, so strings of the library's own class are read directly
-// and any other string is asked.
-class StringEncodingReader : public BasicStringImpl<StringItf> {
- public:
-  static const TextEncodingItf* EncodingOf(const StringItf& s) {
-    if (typeid(s) == typeid(StringImpl)) {
-      const BasicStringImpl<StringItf>& impl = static_cast<const StringImpl&>(s);
-      return (impl.*&StringEncodingReader::encoding_).Get();
-    }
-    return nullptr;
-  }
-};
-
+// GetEncoding() hands out a counted handle whose two interlocked operations would cost more than
+// the rest of a short lookup; every key and path passes through here, so strings of the library's
+// own class are read directly and any other string is asked.
 bool IsWideText(const String& s) {
   const StringItf& text = *s.operator->();
-  const TextEncodingItf* encoding = StringEncodingReader::EncodingOf(text);
+  const TextEncodingItf* encoding = text::FastEncodingOf(text);
   if (encoding != nullptr) return encoding == WideEncoding();
   return text.GetEncoding().Get() == WideEncoding();
 }
@@ -102,7 +91,7 @@ void PreparedKey::Lower(const unsigned short* units) {
     out = heap_.get();
   }
   for (std::uint32_t i = 0; i < count_; ++i) {
-    out[i] = static_cast<unsigned short>(std::towlower(units[i]));
+    out[i] = static_cast<unsigned short>(platform::ToLowerWide(units[i]));
   }
   units_ = out;
 }

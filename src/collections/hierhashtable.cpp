@@ -23,19 +23,24 @@ void CheckPath(const String& path) {
   if (!IsUsablePath(path)) throw InvalidKeyException();
 }
 
+// The node an entry holds, or null for an empty entry or one that holds something else. A general
+// node is recognised by its exact type and reached through its most derived object, which needs
+// no search of the class graph; other classes go through the full cast.
+HierHashtableItf* NodeOrNull(const Object& entry) {
+  RefCount* p = entry.Get();
+  if (p == nullptr) return nullptr;
+  if (typeid(*p) == typeid(HierHashtableImpl)) {
+    return static_cast<HierHashtableImpl*>(dynamic_cast<void*>(p));
+  }
+  return dynamic_cast<HierHashtableItf*>(p);
+}
+
 // The node an entry holds, or null for an empty entry. An entry that holds something else fails
 // the checked cast (BadCastException).
 HierHashtableItf* NodeOf(const Object& entry) {
-  RefCount* p = entry.Get();
-  if (p == nullptr) return nullptr;
-  HierHashtableItf* node = dynamic_cast<HierHashtableItf*>(p);
-  if (node == nullptr) HierHashtable checked(entry);  // throws BadCastException
+  HierHashtableItf* node = NodeOrNull(entry);
+  if (node == nullptr && entry.Get() != nullptr) HierHashtable checked(entry);  // throws
   return node;
-}
-
-// The node an entry holds, or null for an empty entry or one that holds something else.
-HierHashtableItf* NodeOrNull(const Object& entry) {
-  return entry.Get() == nullptr ? nullptr : dynamic_cast<HierHashtableItf*>(entry.Get());
 }
 
 }  // namespace

@@ -84,7 +84,9 @@ class HierHashtableImpl final : public HierHashtableBase {
   // Runs the walk that MakePath or Put would run without changing anything, so that every
   // failure is raised before the tree is touched.
   void CheckCreatingWalk(const WidePath& path, Walk walk) const;
-  // The node a Get walk reaches through one inner name (the entry must exist and be a node).
+  // `node` itself when it is a general node (of exactly this class), else null. A walk goes on
+  // through such a child in place, which behaves as calling the child with the rest of the path
+  // but needs no string for the rest; a child of any other class is called with the rest.
   static HierHashtableImpl* AsImpl(HierHashtableItf* node) noexcept;
 
   Hashtable table_;

@@ -4,6 +4,7 @@
 #define KIV_SRC_TEXT_STRING_IMPL_H_
 
 #include <cstdint>
+#include <typeinfo>
 #include <vector>
 
 #include "kiv/buffer.h"
@@ -52,6 +53,10 @@ class BasicStringImpl : public Itf {
   std::uint32_t Hash() const override;
   bool IsBlank() const override;
   int Compare(const void* text) const override;
+
+  // The encoding without the two interlocked operations that GetEncoding's handle costs; for hot
+  // paths inside the library (table keys, paths).
+  const TextEncodingItf* EncodingPtr() const noexcept { return encoding_.Get(); }
 
   // Strings compare by content with other strings, and by identity with anything else.
   bool Equals(const RefCount& other) const override;
@@ -139,6 +144,13 @@ class StringBufferImpl final : public BasicStringImpl<StringBufferItf> {
 
 // Helpers shared by the string code.
 namespace text {
+
+// The encoding of a string of the library's own class, read without counting; null for any other
+// implementation of StringItf (ask GetEncoding then).
+inline const TextEncodingItf* FastEncodingOf(const StringItf& s) noexcept {
+  if (typeid(s) != typeid(StringImpl)) return nullptr;
+  return static_cast<const StringImpl&>(s).EncodingPtr();
+}
 
 // Converts a whole text with a block converter into a new owned buffer (with 4 spare bytes for a
 // terminator); `bytes` receives the bytes produced. An incomplete sequence at the end of the text

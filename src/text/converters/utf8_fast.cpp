@@ -1,11 +1,18 @@
 // Tight loops for the UTF-8 block converters. See utf8_fast.h for what they promise.
 //
-// On x86 processors with SSE4.1 (checked once at run time) 16 input bytes are looked at per step:
-// runs of ASCII are widened or narrowed directly; UTF-8 windows of one- to three-byte characters
-// are validated with a few byte masks and decoded with a shuffle chosen by where the characters
-// end; windows of four four-byte characters become surrogate pairs; wide windows are encoded
-// with a shuffle chosen by how long each unit's sequence is. Anything else goes through a scalar
-// step, and anything the scalar step does not take is left to the per-character loop.
+// On x86 processors with SSE4.1 (checked once at run time):
+// - UTF-8 is taken in blocks of 64 bytes. A block of ASCII is widened at once. A block of valid
+//   one- to three-byte characters (checked with byte-class masks of the whole block) is decoded
+//   window by window: the mask of bytes that end a character selects, from a table, the shuffle
+//   that puts the first characters of the window into lanes. The step to the next window waits
+//   for that table lookup, so the block is walked as two interleaved streams (split at a
+//   character boundary); runs of three-byte characters need no lookup and go in one stream.
+//   Other blocks go window by window: four four-byte characters become surrogate pairs in one
+//   step, and anything else (invalid, long or too large sequences) goes through a scalar step.
+// - Wide text is taken 8 units at a time: ASCII is narrowed, units below 0x800 and the rest are
+//   encoded in lanes and packed with a shuffle chosen by the length of each unit's sequence.
+// Without SSE4.1 the scalar steps do all the work. Whatever a step does not take is left to the
+// per-character loop of the converter.
 //
 // The vector steps store whole 16-byte vectors of which only a prefix is output. So that no byte
 // of `out` beyond the output is touched, they write into a staging area on the stack that is
@@ -328,6 +335,20 @@ __attribute__((target("sse4.1"))) inline unsigned DecodeWindow(__m128i v, unsign
   return bytes;
 }
 
+// Five valid three-byte characters at the start of `v` (common in CJK text) into `dst`.
+__attribute__((target("sse4.1"))) inline void DecodeFiveThreeByte(__m128i v, unsigned char* dst) {
+  // 16-bit lanes: first and second byte (lead high), and third byte.
+  const __m128i lead_first =
+      _mm_shuffle_epi8(v, _mm_setr_epi8(1, 0, 4, 3, 7, 6, 10, 9, 13, 12, -1, -1, -1, -1, -1, -1));
+  const __m128i last = _mm_shuffle_epi8(
+      v, _mm_setr_epi8(2, -1, 5, -1, 8, -1, 11, -1, 14, -1, -1, -1, -1, -1, -1, -1));
+  const __m128i top = _mm_slli_epi16(_mm_and_si128(lead_first, _mm_set1_epi16(0x0F00)), 4);
+  const __m128i middle = _mm_slli_epi16(_mm_and_si128(lead_first, _mm_set1_epi16(0x3F)), 6);
+  const __m128i value =
+      _mm_or_si128(_mm_or_si128(top, middle), _mm_and_si128(last, _mm_set1_epi16(0x3F)));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), value);
+}
+
 __attribute__((target("sse4.1"))) inline unsigned Mask(__m128i m) {
   return static_cast<unsigned>(_mm_movemask_epi8(m));
 }
@@ -408,6 +429,30 @@ __attribute__((target("sse4.1"))) inline bool WindowStep(const unsigned char*& p
   return common;
 }
 
+// One step of a stream through a valid block at `p` from byte `pos`: characters may use the
+// first `limit` bytes, and character ends are known for the first `known` bytes. Returns the
+// bytes taken (0: none) and adds the output to `out_bytes` (written at `dst + out_bytes`).
+__attribute__((target("sse4.1"))) inline unsigned BlockStep(const unsigned char* p,
+                                                            std::uint64_t high, std::uint64_t ends,
+                                                            unsigned pos, unsigned limit,
+                                                            unsigned known, unsigned char* dst,
+                                                            unsigned& out_bytes) {
+  const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + pos));
+  if (pos + 16 <= limit && ((high >> pos) & 0xFFFF) == 0) {
+    WidenAscii16(v, dst + out_bytes);
+    out_bytes += 32;
+    return 16;
+  }
+  if (pos + 15 <= known && ((ends >> pos) & 0x7FFF) == 0x4924) {  // five three-byte characters
+    DecodeFiveThreeByte(v, dst + out_bytes);
+    out_bytes += 10;
+    return 15;
+  }
+  unsigned window = static_cast<unsigned>(ends >> pos);
+  if (known - pos < 12) window &= (1u << (known - pos)) - 1;
+  return DecodeWindow(v, window, dst + out_bytes, out_bytes);
+}
+
 // Blocks of 64 bytes are classified at once, so that stepping from one character window to the
 // next waits only for a table lookup, not for a load and its classification.
 __attribute__((target("sse4.1"))) void Utf8ToUtf16Sse(unsigned char* out, unsigned out_size,
@@ -421,6 +466,7 @@ __attribute__((target("sse4.1"))) void Utf8ToUtf16Sse(unsigned char* out, unsign
   const unsigned char* p = in;
   const unsigned char* const end = in + in_size;
   bool common = true;
+  alignas(16) unsigned char tail[96] = {};  // the second stream's output
   // A block reads up to 68 bytes and gives at most 2 output bytes per input byte (plus 16 bytes
   // of store overshoot in the stage).
   while (common && end - p >= 80 && o.Room() >= 160) {
@@ -459,24 +505,50 @@ __attribute__((target("sse4.1"))) void Utf8ToUtf16Sse(unsigned char* out, unsign
       while (common && p < block_end) common = WindowStep(p, end, o);
       continue;
     }
-    // Valid throughout (characters running past the block are checked only up to its end).
-    // Windows start at most at byte 51, so that the ends of their first 12 bytes are known.
+    // Valid throughout (characters running past the block are checked only up to its end). The
+    // block is taken as two streams, split at the first character boundary from byte 32, whose
+    // steps interleave: each step waits for the table lookup of the one before in its stream.
     const std::uint64_t ends = ~(cont >> 1);
     unsigned char* const dst = o.Next();
-    unsigned out_bytes = 0;
-    unsigned pos = 0;
-    while (pos <= 51) {
-      if (pos <= 48 && ((high >> pos) & 0xFFFF) == 0) {
-        WidenAscii16(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + pos)), dst + out_bytes);
-        out_bytes += 32;
-        pos += 16;
-        continue;
+    if ((ends & 0x7FFF) == 0x4924) {
+      // Runs of three-byte characters (CJK text) need no lookups: one stream.
+      unsigned out_bytes = 0;
+      unsigned pos = 0;
+      while (pos <= 51) {
+        const unsigned n = BlockStep(p, high, ends, pos, 64, 63, dst, out_bytes);
+        if (n == 0) break;
+        pos += n;
       }
-      const unsigned bytes =
-          DecodeWindow(_mm_loadu_si128(reinterpret_cast<const __m128i*>(p + pos)),
-                       static_cast<unsigned>(ends >> pos), dst + out_bytes, out_bytes);
-      if (bytes == 0) break;
-      pos += bytes;
+      o.Add(out_bytes);
+      p += pos;
+      if (pos == 0) common = WindowStep(p, end, o);
+      continue;
+    }
+    unsigned split = 32;
+    while ((cont >> split) & 1) ++split;
+    unsigned first_pos = 0, first_out = 0, pos = split, second_out = 0;
+    bool first_on = true, second_on = true;
+    while (first_on || second_on) {
+      if (first_on) {
+        const unsigned n = BlockStep(p, high, ends, first_pos, split, split, dst, first_out);
+        first_pos += n;
+        first_on = n != 0 && first_pos < split;
+      }
+      if (second_on) {
+        const unsigned n = BlockStep(p, high, ends, pos, 64, 63, tail, second_out);
+        pos += n;
+        second_on = n != 0 && pos <= 51;
+      }
+    }
+    unsigned out_bytes = first_out;
+    if (first_pos < split) {
+      pos = first_pos;
+    } else {
+      for (int k = 0; k < 5; ++k) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + first_out + 16 * k),
+                         _mm_load_si128(reinterpret_cast<const __m128i*>(tail + 16 * k)));
+      }
+      out_bytes += second_out;
     }
     o.Add(out_bytes);
     p += pos;
