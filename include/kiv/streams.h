@@ -154,7 +154,8 @@ struct KIV_EXPORT SyncOutputStreamExp {
   // Filters (defined with the other filters; see <kiv/filters.h>):
   // Converts what is written with `converter` before writing it to `out`; returns the input bytes
   // converted. An incomplete character at the end of a write is dropped, not kept for the next.
-  static Ref<SyncOutputStreamItf> Make(const SyncOutputStream& out, const BlockConverter& converter);
+  static Ref<SyncOutputStreamItf> Make(const SyncOutputStream& out,
+                                       const BlockConverter& converter);
   // The tee: writes to `first`, then what `first` accepted to `second` (a best-effort copy whose
   // failures are dropped). Random access only when both are.
   static Ref<SyncOutputStreamItf> Make(const SyncOutputStream& first,

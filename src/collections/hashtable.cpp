@@ -6,10 +6,10 @@
 
 #include "collections/hashtable_hash.h"
 #include "collections/hashtable_impl.h"
-#include "platform/wide_ctype.h"
 #include "collections/list_impl.h"
 #include "kiv/encodings.h"
 #include "kiv/exception.h"
+#include "platform/wide_ctype.h"
 #include "text/string_impl.h"
 
 namespace kiv {

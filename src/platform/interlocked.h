@@ -48,8 +48,7 @@ inline void* InterlockedLoadPointer(void* const* slot) noexcept {
 // Typed forms of the pointer slot operations, so that callers keep their own pointer types.
 template <class T>
 inline T* InterlockedCompareExchangePointer(T** slot, T* desired, T* expected) noexcept {
-  std::atomic_ref<T*>(*slot).compare_exchange_strong(expected, desired,
-                                                     std::memory_order_acq_rel);
+  std::atomic_ref<T*>(*slot).compare_exchange_strong(expected, desired, std::memory_order_acq_rel);
   return expected;
 }
 template <class T>

@@ -54,8 +54,8 @@ unsigned DataConverterExp::CopyConverterName(char* dst, unsigned dst_size, const
                                              unsigned src_len) {
   if (dst == nullptr) return 0;
   if (dst_size == 0 || src == nullptr) {
-    // A zero-sized buffer still gets its first byte cleared: callers pass buffers that they know
-    // to hold at least one byte and rely on finding them terminated.
+    // The first byte is cleared even for a size of 0, as it always has been: callers rely on
+    // finding the buffer terminated.
     dst[0] = 0;
     return 0;
   }

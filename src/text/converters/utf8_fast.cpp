@@ -89,10 +89,6 @@ inline bool Utf8Scalar(const unsigned char*& p, const unsigned char* stop, const
   return true;
 }
 
-inline unsigned Utf8Length16(std::uint32_t unit) noexcept {
-  return unit < 0x80 ? 1 : unit < 0x800 ? 2 : 3;
-}
-
 // Scalar 16-bit unit to UTF-8 while a whole unit and three bytes of room are left.
 inline void Utf16Scalar(const unsigned char*& p, const unsigned char* end, unsigned char* o,
                         unsigned& w, unsigned room) noexcept {
@@ -649,7 +645,9 @@ __attribute__((target("sse4.1"))) void Utf16ToUtf8Sse(unsigned char* out, unsign
 void Utf8ToUtf16Run(unsigned char* out, unsigned out_size, const unsigned char* in,
                     unsigned in_size, unsigned& written, unsigned& consumed) {
 #if KIV_FAST_X86
-  if (HaveSse41()) return Utf8ToUtf16Sse(out, out_size, in, in_size, written, consumed);
+  if (in_size >= 16 && HaveSse41()) {
+    return Utf8ToUtf16Sse(out, out_size, in, in_size, written, consumed);
+  }
 #endif
   Utf8ToUtf16Scalar(out, out_size, in, in_size, written, consumed);
 }
@@ -657,7 +655,9 @@ void Utf8ToUtf16Run(unsigned char* out, unsigned out_size, const unsigned char* 
 void Utf16ToUtf8Run(unsigned char* out, unsigned out_size, const unsigned char* in,
                     unsigned in_size, unsigned& written, unsigned& consumed) {
 #if KIV_FAST_X86
-  if (HaveSse41()) return Utf16ToUtf8Sse(out, out_size, in, in_size, written, consumed);
+  if (in_size >= 16 && HaveSse41()) {
+    return Utf16ToUtf8Sse(out, out_size, in, in_size, written, consumed);
+  }
 #endif
   Utf16ToUtf8Scalar(out, out_size, in, in_size, written, consumed);
 }

@@ -58,7 +58,9 @@ inline bool IsSpaceUnit(char u) noexcept {
   return b <= 127 && std::isspace(b) != 0;
 }
 inline bool IsSpaceUnit(unsigned short u) noexcept { return platform::IsSpaceWide(u) != 0; }
-inline bool IsSpaceUnit(std::uint32_t u) noexcept { return u < 0xD800 && platform::IsSpaceWide(u) != 0; }
+inline bool IsSpaceUnit(std::uint32_t u) noexcept {
+  return u < 0xD800 && platform::IsSpaceWide(u) != 0;
+}
 
 inline int LengthDifference(unsigned a, unsigned b) noexcept {
   return static_cast<int>(static_cast<std::int64_t>(a) - static_cast<std::int64_t>(b));
