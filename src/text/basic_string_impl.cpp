@@ -80,6 +80,17 @@ String BasicStringImpl<Itf>::InMyEncoding(const BasicStringItf& other) const {
 }
 
 template <class Itf>
+typename BasicStringImpl<Itf>::View BasicStringImpl<Itf>::ViewInMyEncoding(
+    const BasicStringItf& other) const {
+  const TextEncodingItf* fast = text::FastEncodingOf(other);
+  bool same = fast != nullptr ? RefCount::Equals(fast, encoding_.Get())
+                              : RefCount::Equals(other.GetEncoding().Get(), encoding_.Get());
+  if (same) return View{other.GetData(), other.ByteLength(), String()};
+  String copy = text::Reencode(other.GetEncoding(), other.GetData(), other.ByteLength(), encoding_);
+  return View{copy->GetData(), copy->ByteLength(), copy};
+}
+
+template <class Itf>
 std::int64_t BasicStringImpl<Itf>::FindBytes(const void* needle, unsigned needle_bytes,
                                              unsigned from) const {
   if (needle_bytes == 0) return from <= bytes_ ? from : -1;
@@ -127,14 +138,14 @@ std::int32_t BasicStringImpl<Itf>::IndexAtOffset(std::int64_t offset) const {
 
 template <class Itf>
 std::int32_t BasicStringImpl<Itf>::IndexOfText(const BasicStringItf& text) const {
-  String needle = InMyEncoding(text);
-  return IndexAtOffset(FindBytes(needle->GetData(), needle->ByteLength(), 0));
+  View needle = ViewInMyEncoding(text);
+  return IndexAtOffset(FindBytes(needle.data, needle.bytes, 0));
 }
 
 template <class Itf>
 std::int32_t BasicStringImpl<Itf>::LastIndexOfText(const BasicStringItf& text) const {
-  String needle = InMyEncoding(text);
-  return IndexAtOffset(FindLastBytes(needle->GetData(), needle->ByteLength()));
+  View needle = ViewInMyEncoding(text);
+  return IndexAtOffset(FindLastBytes(needle.data, needle.bytes));
 }
 
 template <class Itf>
@@ -167,10 +178,10 @@ std::int32_t BasicStringImpl<Itf>::IndexOf(const String& text, std::int32_t from
   } catch (const Exception&) {
     return -1;
   }
-  String needle = InMyEncoding(*text.operator->());
+  View needle = ViewInMyEncoding(*text.operator->());
   unsigned offset =
       static_cast<unsigned>(static_cast<const char*>(at) - static_cast<const char*>(data_));
-  return IndexAtOffset(FindBytes(needle->GetData(), needle->ByteLength(), offset));
+  return IndexAtOffset(FindBytes(needle.data, needle.bytes, offset));
 }
 
 template <class Itf>
@@ -200,16 +211,15 @@ bool BasicStringImpl<Itf>::Contains(const String& text) const {
 
 template <class Itf>
 bool BasicStringImpl<Itf>::StartsWith(const String& prefix) const {
-  String p = InMyEncoding(*prefix.operator->());
-  return p->ByteLength() <= bytes_ && std::memcmp(data_, p->GetData(), p->ByteLength()) == 0;
+  View p = ViewInMyEncoding(*prefix.operator->());
+  return p.bytes <= bytes_ && std::memcmp(data_, p.data, p.bytes) == 0;
 }
 
 template <class Itf>
 bool BasicStringImpl<Itf>::EndsWith(const String& suffix) const {
-  String s = InMyEncoding(*suffix.operator->());
-  unsigned n = s->ByteLength();
-  return n <= bytes_ &&
-         std::memcmp(static_cast<const char*>(data_) + (bytes_ - n), s->GetData(), n) == 0;
+  View s = ViewInMyEncoding(*suffix.operator->());
+  return s.bytes <= bytes_ &&
+         std::memcmp(static_cast<const char*>(data_) + (bytes_ - s.bytes), s.data, s.bytes) == 0;
 }
 
 template <class Itf>
@@ -224,11 +234,8 @@ bool BasicStringImpl<Itf>::EndsWith(const void* text) const {
 
 template <class Itf>
 int BasicStringImpl<Itf>::CompareWith(const BasicStringItf& other) const {
-  if (RefCount::Equals(other.GetEncoding().Get(), encoding_.Get())) {
-    return encoding_->Compare(data_, bytes_, other.GetData(), other.ByteLength());
-  }
-  String o = InMyEncoding(other);
-  return encoding_->Compare(data_, bytes_, o->GetData(), o->ByteLength());
+  View o = ViewInMyEncoding(other);
+  return encoding_->Compare(data_, bytes_, o.data, o.bytes);
 }
 
 template <class Itf>

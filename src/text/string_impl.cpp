@@ -103,12 +103,17 @@ String StringImpl::Concat(const void* text) const { return Concat(String(encodin
 String StringImpl::Concat(const StringBuffer& text) const { return Concat(text.ToString()); }
 
 String StringImpl::Concat(const String& text) const {
-  // One allocation: a buffer sized for both texts and a terminator, filled through a string
-  // buffer whose contents the result then shares.
-  StringBuffer joined(encoding_, BufferExp::Make(bytes_ + text->ByteLength() + 4));
-  joined->Append(String(this));
-  joined->Append(text);
-  return joined->ToString();
+  // One allocation: a buffer of both operands' own bytes and 4 for a terminator, the layout a
+  // string buffer over such a buffer would produce. A right operand in another encoding is
+  // converted first; should it grow, the buffer fits the converted bytes exactly instead.
+  View right = ViewInMyEncoding(*text.operator->());
+  unsigned size = bytes_ + std::max(text->ByteLength(), right.bytes) + 4;
+  Buffer joined = BufferExp::Make(size);
+  char* out = static_cast<char*>(joined->GetData());
+  if (bytes_ > 0) std::memcpy(out, data_, bytes_);
+  if (right.bytes > 0) std::memcpy(out + bytes_, right.data, right.bytes);
+  std::memset(out + bytes_ + right.bytes, 0, 4);
+  return String(new StringImpl(encoding_, joined, out, bytes_ + right.bytes));
 }
 
 String StringImpl::Quote() const {

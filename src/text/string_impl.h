@@ -69,6 +69,14 @@ class BasicStringImpl : public Itf {
 
   // Bytes of `other`'s text in this string's encoding (re-encoded when needed).
   String InMyEncoding(const BasicStringItf& other) const;
+  // The same without allocating when the encodings already agree: `data`/`bytes` point into
+  // `other` itself, or into `copy` when a re-encoded copy had to be made.
+  struct View {
+    const void* data;
+    unsigned bytes;
+    String copy;
+  };
+  View ViewInMyEncoding(const BasicStringItf& other) const;
   // Byte offset of the first (or last) occurrence of the needle, or -1.
   std::int64_t FindBytes(const void* needle, unsigned needle_bytes, unsigned from) const;
   std::int64_t FindLastBytes(const void* needle, unsigned needle_bytes) const;
@@ -145,11 +153,15 @@ class StringBufferImpl final : public BasicStringImpl<StringBufferItf> {
 // Helpers shared by the string code.
 namespace text {
 
-// The encoding of a string of the library's own class, read without counting; null for any other
-// implementation of StringItf (ask GetEncoding then).
-inline const TextEncodingItf* FastEncodingOf(const StringItf& s) noexcept {
-  if (typeid(s) != typeid(StringImpl)) return nullptr;
-  return static_cast<const StringImpl&>(s).EncodingPtr();
+// The encoding of a string or string buffer of the library's own classes, read without counting;
+// null for any other implementation (ask GetEncoding then).
+inline const TextEncodingItf* FastEncodingOf(const BasicStringItf& s) noexcept {
+  const std::type_info& type = typeid(s);
+  if (type == typeid(StringImpl)) return static_cast<const StringImpl&>(s).EncodingPtr();
+  if (type == typeid(StringBufferImpl)) {
+    return static_cast<const StringBufferImpl&>(s).EncodingPtr();
+  }
+  return nullptr;
 }
 
 // Converts a whole text with a block converter into a new owned buffer (with 4 spare bytes for a
