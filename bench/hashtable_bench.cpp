@@ -1,5 +1,6 @@
 // Flat table Get, Put and ContainsKey, hits and misses, on 100, 10,000 and 100,000 keys of 8 to
-// 40 characters, against std::unordered_map<std::u16string, kiv::Object>; and a four-level path
+// 40 characters, against std::unordered_map<std::u16string, kiv::Object> and (when built with
+// it) absl::flat_hash_map on the same keys; and a four-level path
 // lookup on a tree the size of a well-filled registry, against nested standard maps.
 //
 // The table's bucket array stops at 2048 buckets, so large tables walk long chains by design.
@@ -16,6 +17,10 @@
 #include <string>
 #include <unordered_map>
 #include <vector>
+
+#if KIV_BENCH_HAVE_ABSL
+#include <absl/container/flat_hash_map.h>
+#endif
 
 namespace {
 
@@ -47,6 +52,9 @@ struct Fixture {
       kiv_hits.push_back(Kiv(k));
       table->Put(kiv_hits.back(), value);
       map[k] = value;
+#if KIV_BENCH_HAVE_ABSL
+      amap[k] = value;
+#endif
     }
     for (auto& k : misses) {
       k += u'#';  // never among the hits
@@ -60,6 +68,9 @@ struct Fixture {
   kiv::Hashtable table;
   kiv::Object value;
   std::unordered_map<std::u16string, kiv::Object> map;
+#if KIV_BENCH_HAVE_ABSL
+  absl::flat_hash_map<std::u16string, kiv::Object> amap;
+#endif
 };
 
 Fixture& FixtureFor(std::size_t n) {
@@ -78,11 +89,12 @@ void BM_KivGetHit(benchmark::State& state) {
   }
 }
 
-void BM_StdGetHit(benchmark::State& state) {
+template <auto kMap>
+void BM_MapGetHit(benchmark::State& state) {
   Fixture& f = FixtureFor(static_cast<std::size_t>(state.range(0)));
   std::size_t i = 0;
   for (auto _ : state) {
-    kiv::Object o = f.map.find(f.hits[i])->second;
+    kiv::Object o = (f.*kMap).find(f.hits[i])->second;
     benchmark::DoNotOptimize(o);
     if (++i == f.hits.size()) i = 0;
   }
@@ -101,11 +113,12 @@ void BM_KivGetMiss(benchmark::State& state) {
   }
 }
 
-void BM_StdGetMiss(benchmark::State& state) {
+template <auto kMap>
+void BM_MapGetMiss(benchmark::State& state) {
   Fixture& f = FixtureFor(static_cast<std::size_t>(state.range(0)));
   std::size_t i = 0;
   for (auto _ : state) {
-    benchmark::DoNotOptimize(f.map.find(f.misses[i]) == f.map.end());
+    benchmark::DoNotOptimize((f.*kMap).find(f.misses[i]) == (f.*kMap).end());
     if (++i == f.misses.size()) i = 0;
   }
 }
@@ -119,11 +132,12 @@ void BM_KivContainsHit(benchmark::State& state) {
   }
 }
 
-void BM_StdContainsHit(benchmark::State& state) {
+template <auto kMap>
+void BM_MapContainsHit(benchmark::State& state) {
   Fixture& f = FixtureFor(static_cast<std::size_t>(state.range(0)));
   std::size_t i = 0;
   for (auto _ : state) {
-    benchmark::DoNotOptimize(f.map.find(f.hits[i]) != f.map.end());
+    benchmark::DoNotOptimize((f.*kMap).find(f.hits[i]) != (f.*kMap).end());
     if (++i == f.hits.size()) i = 0;
   }
 }
@@ -137,11 +151,12 @@ void BM_KivContainsMiss(benchmark::State& state) {
   }
 }
 
-void BM_StdContainsMiss(benchmark::State& state) {
+template <auto kMap>
+void BM_MapContainsMiss(benchmark::State& state) {
   Fixture& f = FixtureFor(static_cast<std::size_t>(state.range(0)));
   std::size_t i = 0;
   for (auto _ : state) {
-    benchmark::DoNotOptimize(f.map.find(f.misses[i]) != f.map.end());
+    benchmark::DoNotOptimize((f.*kMap).find(f.misses[i]) != (f.*kMap).end());
     if (++i == f.misses.size()) i = 0;
   }
 }
@@ -156,11 +171,12 @@ void BM_KivPutHit(benchmark::State& state) {
   }
 }
 
-void BM_StdPutHit(benchmark::State& state) {
+template <auto kMap>
+void BM_MapPutHit(benchmark::State& state) {
   Fixture& f = FixtureFor(static_cast<std::size_t>(state.range(0)));
   std::size_t i = 0;
   for (auto _ : state) {
-    f.map[f.hits[i]] = f.value;
+    (f.*kMap)[f.hits[i]] = f.value;
     if (++i == f.hits.size()) i = 0;
   }
 }
@@ -177,29 +193,48 @@ void BM_KivPutMissRemove(benchmark::State& state) {
   }
 }
 
-void BM_StdPutMissRemove(benchmark::State& state) {
+template <auto kMap>
+void BM_MapPutMissRemove(benchmark::State& state) {
   Fixture& f = FixtureFor(static_cast<std::size_t>(state.range(0)));
   std::size_t i = 0;
   for (auto _ : state) {
-    f.map[f.misses[i]] = f.value;
-    benchmark::DoNotOptimize(f.map.erase(f.misses[i]));
+    (f.*kMap)[f.misses[i]] = f.value;
+    benchmark::DoNotOptimize((f.*kMap).erase(f.misses[i]));
     if (++i == f.misses.size()) i = 0;
   }
 }
 
 #define KIV_SIZES Arg(100)->Arg(10000)->Arg(100000)
 BENCHMARK(BM_KivGetHit)->KIV_SIZES;
-BENCHMARK(BM_StdGetHit)->KIV_SIZES;
+BENCHMARK_TEMPLATE(BM_MapGetHit, &Fixture::map)->KIV_SIZES;
+#if KIV_BENCH_HAVE_ABSL
+BENCHMARK_TEMPLATE(BM_MapGetHit, &Fixture::amap)->KIV_SIZES;
+#endif
 BENCHMARK(BM_KivGetMiss)->KIV_SIZES;
-BENCHMARK(BM_StdGetMiss)->KIV_SIZES;
+BENCHMARK_TEMPLATE(BM_MapGetMiss, &Fixture::map)->KIV_SIZES;
+#if KIV_BENCH_HAVE_ABSL
+BENCHMARK_TEMPLATE(BM_MapGetMiss, &Fixture::amap)->KIV_SIZES;
+#endif
 BENCHMARK(BM_KivContainsHit)->KIV_SIZES;
-BENCHMARK(BM_StdContainsHit)->KIV_SIZES;
+BENCHMARK_TEMPLATE(BM_MapContainsHit, &Fixture::map)->KIV_SIZES;
+#if KIV_BENCH_HAVE_ABSL
+BENCHMARK_TEMPLATE(BM_MapContainsHit, &Fixture::amap)->KIV_SIZES;
+#endif
 BENCHMARK(BM_KivContainsMiss)->KIV_SIZES;
-BENCHMARK(BM_StdContainsMiss)->KIV_SIZES;
+BENCHMARK_TEMPLATE(BM_MapContainsMiss, &Fixture::map)->KIV_SIZES;
+#if KIV_BENCH_HAVE_ABSL
+BENCHMARK_TEMPLATE(BM_MapContainsMiss, &Fixture::amap)->KIV_SIZES;
+#endif
 BENCHMARK(BM_KivPutHit)->KIV_SIZES;
-BENCHMARK(BM_StdPutHit)->KIV_SIZES;
+BENCHMARK_TEMPLATE(BM_MapPutHit, &Fixture::map)->KIV_SIZES;
+#if KIV_BENCH_HAVE_ABSL
+BENCHMARK_TEMPLATE(BM_MapPutHit, &Fixture::amap)->KIV_SIZES;
+#endif
 BENCHMARK(BM_KivPutMissRemove)->KIV_SIZES;
-BENCHMARK(BM_StdPutMissRemove)->KIV_SIZES;
+BENCHMARK_TEMPLATE(BM_MapPutMissRemove, &Fixture::map)->KIV_SIZES;
+#if KIV_BENCH_HAVE_ABSL
+BENCHMARK_TEMPLATE(BM_MapPutMissRemove, &Fixture::amap)->KIV_SIZES;
+#endif
 
 // ---- path lookup ----
 

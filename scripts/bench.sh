@@ -4,7 +4,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
-ensure_packages cmake g++ make libbenchmark-dev libicu-dev libboost-dev libconcurrentqueue-dev \
+ensure_packages cmake g++ make libbenchmark-dev libicu-dev libboost-dev libconcurrentqueue-dev libabsl-dev \
   node-llhttp libhttp-parser-dev
 cmake -S . -B build/bench -DCMAKE_BUILD_TYPE=Release -DKIV_BUILD_TESTS=OFF -DKIV_BUILD_EXAMPLES=OFF \
   -DKIV_BUILD_BENCH=ON >/dev/null
