@@ -49,7 +49,9 @@ struct KIV_EXPORT ChunkedSyncIOStreamExp {
   static SyncInputStream MakeCapped(const SyncInputStream& in);
   // Encodes: each Write of n > 0 bytes becomes one chunk (hexadecimal size, CR LF, the data,
   // CR LF); a Write of 0 bytes writes nothing. Releasing the last reference writes the last
-  // chunk "0\r\n\r\n" and flushes `out`: that is how the body is ended. Put a buffered stream in
+  // chunk "0\r\n\r\n" and flushes `out`: that is how the body is ended. The header, the data and
+  // the line break each go to `out` in one Write, and only what `out` took of the data is
+  // reported: `out` must take whole writes (a buffered stream does). Put a buffered stream in
   // front for larger chunks.
   static SyncOutputStream Make(const SyncOutputStream& out);
 };
@@ -68,9 +70,9 @@ struct KIV_EXPORT DefaultTimeoutSyncInputStreamExp {
 };
 
 struct KIV_EXPORT MTSyncIOStreamExp {
-  // Makes `out` safe for several threads: every operation runs under a lock of its own. A Write
-  // lands whole: under the lock it writes to `out` until every byte is taken or `out` takes none,
-  // so the bytes of one Write are never interleaved with another's.
+  // Makes `out` safe for several threads: every operation runs under a lock of its own and is
+  // forwarded to `out` once, so what `out` takes of one Write is never interleaved with another's.
+  // Writers in line mode hand each line over in one Write, which keeps log lines whole.
   static SyncOutputStream Make(const SyncOutputStream& out);
 };
 

@@ -152,7 +152,7 @@ ChunkedSyncOutStreamImpl::ChunkedSyncOutStreamImpl(const SyncOutputStream& out)
 
 ChunkedSyncOutStreamImpl::~ChunkedSyncOutStreamImpl() {
   try {
-    WriteFully(Wrapped().GetObjRef(), "0\r\n\r\n", 5);
+    Wrapped()->Write("0\r\n\r\n", 5);
     Wrapped()->Flush();
   } catch (...) {
     // Releasing must not fail; a sink that refuses the last chunk has lost the body anyway.
@@ -163,11 +163,13 @@ unsigned ChunkedSyncOutStreamImpl::Write(const void* src, unsigned count) {
   if (count == 0) return 0;  // an empty chunk would be the last one
   char header[16];
   const int length = std::snprintf(header, sizeof header, "%x\r\n", count);
-  // Each part is written until the wrapped stream has taken all of it, so that a sink taking
-  // part of a write (a buffered stream whose flush was short) cannot break the framing.
-  WriteFully(Wrapped().GetObjRef(), header, static_cast<unsigned>(length));
-  const unsigned taken = WriteFully(Wrapped().GetObjRef(), src, count);
-  WriteFully(Wrapped().GetObjRef(), "\r\n", 2);
+  // One wrapped Write each for the header, the data and the line break, as the coding has always
+  // been written: partial acceptance of the header or the line break is not examined, so the
+  // wrapped stream must take whole writes (a buffered stream in front of the connection does).
+  SyncOutputStreamItf& out = Wrapped().GetObjRef();
+  out.Write(header, static_cast<unsigned>(length));
+  const unsigned taken = out.Write(src, count);
+  out.Write("\r\n", 2);
   return taken;
 }
 

@@ -96,7 +96,7 @@ unsigned TeeSyncOutStream::Write(const void* src, unsigned count) {
   const unsigned taken = first_->Write(src, count);
   if (taken == 0) return 0;
   try {
-    WriteFully(second_.GetObjRef(), src, std::min(taken, count));
+    second_->Write(src, std::min(taken, count));
   } catch (...) {
     // The second stream is a best-effort copy.
   }
@@ -241,7 +241,7 @@ MTSyncOutputStreamImpl::~MTSyncOutputStreamImpl() = default;
 
 unsigned MTSyncOutputStreamImpl::Write(const void* src, unsigned count) {
   MTGuard guard(lock_);
-  return WriteFully(out_.GetObjRef(), src, count);
+  return out_->Write(src, count);
 }
 
 bool MTSyncOutputStreamImpl::Write(unsigned char byte) {
