@@ -151,14 +151,10 @@ unsigned RTTI2ClassName(char* buffer, unsigned size, const char* type_name) noex
 }
 
 void* Object::SwapRef(void* slot, const void* new_value) noexcept {
-  void** p = static_cast<void**>(slot);
-  void* desired = const_cast<void*>(new_value);
-  void* seen = platform::InterlockedLoadPointer(p);
-  for (;;) {
-    void* found = platform::InterlockedCompareExchangePointer(p, desired, seen);
-    if (found == seen) return seen;
-    seen = found;
-  }
+  // One interlocked exchange: the same result as a compare-exchange loop that rereads the slot
+  // until it succeeds, without the retries under contention.
+  return platform::InterlockedExchangePointer(static_cast<void**>(slot),
+                                              const_cast<void*>(new_value));
 }
 
 void* Object::DynamicCast(void* (*cast)(RefCount*)) const {

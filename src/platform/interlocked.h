@@ -41,6 +41,10 @@ inline void* InterlockedCompareExchangePointer(void** slot, void* desired,
                                                         std::memory_order_acq_rel);
   return expected;
 }
+// Stores `value` and returns the previous pointer, in one interlocked exchange.
+inline void* InterlockedExchangePointer(void** slot, void* value) noexcept {
+  return std::atomic_ref<void*>(*slot).exchange(value, std::memory_order_acq_rel);
+}
 inline void* InterlockedLoadPointer(void* const* slot) noexcept {
   return std::atomic_ref<void*>(*const_cast<void**>(slot)).load(std::memory_order_acquire);
 }

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <utility>
 
 #include "kiv/exception.h"
 #include "text/string_impl.h"
@@ -11,9 +12,9 @@ namespace kiv {
 
 namespace {
 
-Ref<StringItf> MakeString(const TextEncoding& encoding, const Buffer& buffer, const void* data,
+Ref<StringItf> MakeString(const TextEncoding& encoding, Buffer buffer, const void* data,
                           unsigned bytes, std::uint32_t chars = kUnknownLength) {
-  return Ref<StringItf>(new StringImpl(encoding, buffer, data, bytes, chars));
+  return Ref<StringItf>(new StringImpl(encoding, std::move(buffer), data, bytes, chars));
 }
 
 // A copy of `bytes` bytes in owned storage with four zero bytes behind them, so that a
@@ -23,13 +24,13 @@ Ref<StringItf> CopyString(const TextEncoding& encoding, const void* text, unsign
   Buffer buffer = BufferExp::Make(bytes + 4);
   if (bytes > 0) std::memcpy(buffer->GetData(), text, bytes);
   std::memset(static_cast<char*>(buffer->GetData()) + bytes, 0, 4);
-  return MakeString(encoding, buffer, buffer->GetData(), bytes, chars);
+  void* data = buffer->GetData();
+  return MakeString(encoding, std::move(buffer), data, bytes, chars);
 }
 
 Ref<StringItf> WrapConstant(const TextEncoding& encoding, const void* text, unsigned bytes,
                             std::uint32_t chars) {
-  Buffer buffer = BufferExp::Make(const_cast<void*>(text), bytes);
-  return MakeString(encoding, buffer, text, bytes, chars);
+  return MakeString(encoding, BufferExp::Make(const_cast<void*>(text), bytes), text, bytes, chars);
 }
 
 TextEncoding EncodingOr(const Ref<StringItf>& s) {

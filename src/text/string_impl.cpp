@@ -1,6 +1,7 @@
 // Immutable strings, string buffers and the conversion helpers they share.
 #include <algorithm>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include "kiv/containers.h"
@@ -113,7 +114,7 @@ String StringImpl::Concat(const String& text) const {
   if (bytes_ > 0) std::memcpy(out, data_, bytes_);
   if (right.bytes > 0) std::memcpy(out + bytes_, right.data, right.bytes);
   std::memset(out + bytes_ + right.bytes, 0, 4);
-  return String(new StringImpl(encoding_, joined, out, bytes_ + right.bytes));
+  return String(new StringImpl(encoding_, std::move(joined), out, bytes_ + right.bytes));
 }
 
 String StringImpl::Quote() const {

@@ -63,9 +63,14 @@ class BasicStringImpl : public Itf {
   int Compare(const RefCount& other) const override;
 
  protected:
-  BasicStringImpl(const TextEncoding& encoding, const Buffer& buffer, const void* data,
-                  unsigned bytes, std::uint32_t chars)
-      : encoding_(encoding), buffer_(buffer), data_(data), bytes_(bytes), chars_(chars) {}
+  // The buffer is taken by value so that callers handing over a fresh one can move it in.
+  BasicStringImpl(const TextEncoding& encoding, Buffer buffer, const void* data, unsigned bytes,
+                  std::uint32_t chars)
+      : encoding_(encoding),
+        buffer_(static_cast<Buffer&&>(buffer)),
+        data_(data),
+        bytes_(bytes),
+        chars_(chars) {}
 
   // Bytes of `other`'s text in this string's encoding (re-encoded when needed).
   String InMyEncoding(const BasicStringItf& other) const;
@@ -95,9 +100,9 @@ class BasicStringImpl : public Itf {
 
 class StringImpl final : public BasicStringImpl<StringItf> {
  public:
-  StringImpl(const TextEncoding& encoding, const Buffer& buffer, const void* data, unsigned bytes,
+  StringImpl(const TextEncoding& encoding, Buffer buffer, const void* data, unsigned bytes,
              std::uint32_t chars = kUnknownLength)
-      : BasicStringImpl(encoding, buffer, data, bytes, chars) {}
+      : BasicStringImpl(encoding, static_cast<Buffer&&>(buffer), data, bytes, chars) {}
   ~StringImpl() override;
 
   String Encode(const TextEncoding& encoding) const override;
