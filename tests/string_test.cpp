@@ -91,6 +91,9 @@ TEST(StringTest, IndexingAndSearching) {
     }
   }
   EXPECT_THROW(String(TextEncodingExp::MakeUTF8())[0], BoundsException);
+  const unsigned char odd_tail[] = {'a', 0, 'b'};  // one unit and a stray byte
+  EXPECT_THROW(String(TextEncodingExp::MakeUTF16(), static_cast<const void*>(odd_tail), 3)[1],
+               BoundsException);
 
   EXPECT_EQ(s->IndexOf(0x20ACu), 3);
   EXPECT_EQ(s->IndexOf(static_cast<std::uint32_t>('q')), -1);

@@ -51,6 +51,7 @@ std::uint32_t BasicStringImpl<Itf>::CharAt(std::int32_t index) const {
   if (rest == 0) throw BoundsException(index);
   unsigned unit = UnitBytes();
   if (unit == 2) {
+    if (rest < 2) throw BoundsException(index);  // a stray odd byte is no character
     std::uint16_t c;
     std::memcpy(&c, at, 2);
     return c;
