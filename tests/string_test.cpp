@@ -51,6 +51,9 @@ TEST(StringTest, ConstructionWrapsConstantsAndCopiesWritableText) {
   EXPECT_EQ(reencoded->ByteLength(), 12u);
   EXPECT_EQ(Utf8(reencoded), "añb");
 
+  EXPECT_EQ(String(TextEncodingExp::MakeUTF8(), static_cast<const void*>(nullptr))->Length(), 0u);
+  EXPECT_TRUE(Wide("") == static_cast<const void*>(nullptr));
+
   String none;
   try {
     none->Length();

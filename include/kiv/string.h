@@ -194,6 +194,7 @@ class KIV_EXPORT String : public BasicString<StringItf> {
   // A one-character string.
   String(const TextEncoding& encoding, unsigned short c);
   // Terminated constant text in `encoding`: wrapped, not copied, so it must outlive the string.
+  // Null text is the empty string (here and in the writable-text form).
   String(const TextEncoding& encoding, const void* text);
   String(const TextEncoding& encoding, const void* text, unsigned bytes);
   String(const TextEncoding& encoding, const void* text, unsigned bytes, std::uint32_t chars);

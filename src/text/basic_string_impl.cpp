@@ -252,7 +252,7 @@ int BasicStringImpl<Itf>::CompareTo(const StringBuffer& other) const {
 template <class Itf>
 int BasicStringImpl<Itf>::Compare(const void* text) const {
   unsigned length = 0;
-  encoding_->TerminatedLength(text, length);
+  if (text != nullptr) encoding_->TerminatedLength(text, length);  // null: the empty text
   return encoding_->Compare(data_, bytes_, text, length);
 }
 

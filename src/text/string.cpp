@@ -51,9 +51,10 @@ String::String(const TextEncoding& encoding)
 String::String(const TextEncoding& encoding, unsigned short c)
     : BasicString(text::OneCharacter(encoding, c).GetRef()) {}
 
+// Null text is taken as the empty text, in every constructor that measures a terminated text.
 String::String(const TextEncoding& encoding, const void* text) {
   unsigned bytes = 0;
-  std::uint32_t chars = encoding->TerminatedLength(text, bytes);
+  std::uint32_t chars = text == nullptr ? 0 : encoding->TerminatedLength(text, bytes);
   ref_ = WrapConstant(encoding, text, bytes, chars);
 }
 
@@ -65,7 +66,7 @@ String::String(const TextEncoding& encoding, const void* text, unsigned bytes, s
 
 String::String(const TextEncoding& encoding, void* text) {
   unsigned bytes = 0;
-  std::uint32_t chars = encoding->TerminatedLength(text, bytes);
+  std::uint32_t chars = text == nullptr ? 0 : encoding->TerminatedLength(text, bytes);
   ref_ = CopyString(encoding, text, bytes, chars);
 }
 
