@@ -213,14 +213,15 @@ bool BasicStringImpl<Itf>::Contains(const String& text) const {
 template <class Itf>
 bool BasicStringImpl<Itf>::StartsWith(const String& prefix) const {
   View p = ViewInMyEncoding(*prefix.operator->());
-  return p.bytes <= bytes_ && std::memcmp(data_, p.data, p.bytes) == 0;
+  return p.bytes == 0 || (p.bytes <= bytes_ && std::memcmp(data_, p.data, p.bytes) == 0);
 }
 
 template <class Itf>
 bool BasicStringImpl<Itf>::EndsWith(const String& suffix) const {
   View s = ViewInMyEncoding(*suffix.operator->());
-  return s.bytes <= bytes_ &&
-         std::memcmp(static_cast<const char*>(data_) + (bytes_ - s.bytes), s.data, s.bytes) == 0;
+  return s.bytes == 0 ||
+         (s.bytes <= bytes_ &&
+          std::memcmp(static_cast<const char*>(data_) + (bytes_ - s.bytes), s.data, s.bytes) == 0);
 }
 
 template <class Itf>
@@ -301,7 +302,7 @@ unsigned BasicStringImpl<Itf>::CopyTo(void* dst, unsigned capacity,
       if (last >= 0xD800 && last < 0xDC00) n -= 2;
     }
   }
-  std::memcpy(dst, text->GetData(), n);
+  if (n > 0) std::memcpy(dst, text->GetData(), n);
   encoding->Terminate(dst, n, capacity);
   return n;
 }
