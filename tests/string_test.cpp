@@ -183,6 +183,9 @@ TEST(StringTest, NarrowViewsAndMalformedText) {
   EXPECT_THROW(U8(cut)->Encode(TextEncodingExp::MakeUTF16()), CannotConvertException);
   char out[8];
   EXPECT_EQ(U8("a€")->CopyTo(out, 3, TextEncodingExp::MakeUTF8()), 1u);
+  // Empty text has no storage at all; nothing may copy from it.
+  EXPECT_EQ(String(TextEncodingExp::MakeUTF8())->CopyTo(out, 4, TextEncodingExp::MakeUTF16()), 0u);
+  EXPECT_TRUE(String(TextEncodingExp::MakeUTF8())->StartsWith(Wide("")));
   EXPECT_EQ(out[1], 0);
 }
 
