@@ -26,17 +26,6 @@ bool IsBlank(unsigned char c) noexcept { return c == ' ' || (c >= '\t' && c <= '
 
 }  // namespace
 
-unsigned WriteFully(SyncOutputStreamItf& out, const void* src, unsigned count) {
-  const auto* p = static_cast<const unsigned char*>(src);
-  unsigned done = 0;
-  while (done < count) {
-    const unsigned taken = out.Write(p + done, count - done);
-    if (taken == 0) break;
-    done += std::min(taken, count - done);
-  }
-  return done;
-}
-
 // ---------------------------------------------------------------------------------------------
 // Decoding
 

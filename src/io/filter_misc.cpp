@@ -10,6 +10,17 @@
 
 namespace kiv {
 
+unsigned WriteFully(SyncOutputStreamItf& out, const void* src, unsigned count) {
+  const auto* p = static_cast<const unsigned char*>(src);
+  unsigned done = 0;
+  while (done < count) {
+    const unsigned taken = out.Write(p + done, count - done);
+    if (taken == 0) break;
+    done += std::min(taken, count - done);
+  }
+  return done;
+}
+
 // ---------------------------------------------------------------------------------------------
 // Fixed length
 

@@ -72,15 +72,6 @@ std::uint32_t BasicStringImpl<Itf>::CharAt(std::int32_t index) const {
 }
 
 template <class Itf>
-String BasicStringImpl<Itf>::InMyEncoding(const BasicStringItf& other) const {
-  TextEncoding enc = other.GetEncoding();
-  if (RefCount::Equals(enc.Get(), encoding_.Get())) {
-    return String(encoding_, other.GetBuffer(), other.GetData(), other.ByteLength());
-  }
-  return text::Reencode(enc, other.GetData(), other.ByteLength(), encoding_);
-}
-
-template <class Itf>
 typename BasicStringImpl<Itf>::View BasicStringImpl<Itf>::ViewInMyEncoding(
     const BasicStringItf& other) const {
   const TextEncodingItf* fast = text::FastEncodingOf(other);

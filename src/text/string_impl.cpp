@@ -196,19 +196,17 @@ String StringImpl::Trim() const {
   return String(new StringImpl(encoding_, buffer_, data, length, chars));
 }
 
-String StringImpl::ToLower() const {
+String StringImpl::CaseCopy(const BlockConverter& converter) const {
   if (bytes_ == 0) return String(encoding_);
   unsigned bytes = 0;
-  Buffer out = text::ConvertAll(encoding_->GetToLowerConverter(), data_, bytes_, bytes);
-  return String(new StringImpl(encoding_, out, out->GetData(), bytes));
+  Buffer out = text::ConvertAll(converter, data_, bytes_, bytes);
+  void* data = out->GetData();
+  return String(new StringImpl(encoding_, std::move(out), data, bytes));
 }
 
-String StringImpl::ToUpper() const {
-  if (bytes_ == 0) return String(encoding_);
-  unsigned bytes = 0;
-  Buffer out = text::ConvertAll(encoding_->GetToUpperConverter(), data_, bytes_, bytes);
-  return String(new StringImpl(encoding_, out, out->GetData(), bytes));
-}
+String StringImpl::ToLower() const { return CaseCopy(encoding_->GetToLowerConverter()); }
+
+String StringImpl::ToUpper() const { return CaseCopy(encoding_->GetToUpperConverter()); }
 
 String StringImpl::SplitPiece(const void* data, unsigned bytes, bool trim) const {
   String piece(new StringImpl(encoding_, buffer_, data, bytes));
@@ -222,18 +220,18 @@ Container StringImpl::SplitOn(const String& separator, bool trim, std::int32_t m
     pieces->AddLast(whole);
     return pieces;
   }
-  String sep = InMyEncoding(*separator.operator->());
+  View sep = ViewInMyEncoding(*separator.operator->());
   const char* start = static_cast<const char*>(whole->GetData());
   unsigned rest = whole->ByteLength();
   const StringImpl* self = static_cast<const StringImpl*>(whole.GetRef().Get());
   unsigned offset = 0;
   std::int32_t made = 0;
-  while (made < max - 1 && sep->ByteLength() > 0) {
-    std::int64_t at = self->FindBytes(sep->GetData(), sep->ByteLength(), offset);
+  while (made < max - 1 && sep.bytes > 0) {
+    std::int64_t at = self->FindBytes(sep.data, sep.bytes, offset);
     if (at < 0) break;
     unsigned pos = static_cast<unsigned>(at);
     pieces->AddLast(SplitPiece(start + offset, pos - offset, trim));
-    offset = pos + sep->ByteLength();
+    offset = pos + sep.bytes;
     ++made;
   }
   pieces->AddLast(SplitPiece(start + offset, rest - offset, trim));
@@ -292,10 +290,10 @@ void StringBufferImpl::AppendBytes(const void* data, unsigned bytes, std::uint32
 }
 
 void StringBufferImpl::Append(const String& text) {
-  String mine = InMyEncoding(*text.operator->());
-  std::uint32_t chars = kUnknownLength;
-  if (RefCount::Equals(text->GetEncoding().Get(), encoding_.Get())) chars = text->Length();
-  AppendBytes(mine->GetData(), mine->ByteLength(), chars);
+  View mine = ViewInMyEncoding(*text.operator->());
+  // A re-encoded copy's character count is not known without counting it.
+  std::uint32_t chars = !mine.copy ? text->Length() : kUnknownLength;
+  AppendBytes(mine.data, mine.bytes, chars);
 }
 
 void StringBufferImpl::Append(const StringBuffer& text) { Append(text.ToString()); }

@@ -72,10 +72,9 @@ class BasicStringImpl : public Itf {
         bytes_(bytes),
         chars_(chars) {}
 
-  // Bytes of `other`'s text in this string's encoding (re-encoded when needed).
-  String InMyEncoding(const BasicStringItf& other) const;
-  // The same without allocating when the encodings already agree: `data`/`bytes` point into
-  // `other` itself, or into `copy` when a re-encoded copy had to be made.
+  // The bytes of `other`'s text in this string's encoding, without allocating when the encodings
+  // already agree: `data`/`bytes` point into `other` itself, or into `copy` when a re-encoded
+  // copy had to be made.
   struct View {
     const void* data;
     unsigned bytes;
@@ -122,6 +121,8 @@ class StringImpl final : public BasicStringImpl<StringItf> {
   Container Split(const String& separator, bool trim, std::int32_t max) const override;
 
  private:
+  // A copy through a case converter of this string's encoding.
+  String CaseCopy(const BlockConverter& converter) const;
   String SplitPiece(const void* data, unsigned bytes, bool trim) const;
   Container SplitOn(const String& separator, bool trim, std::int32_t max) const;
 };
