@@ -27,7 +27,7 @@ ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 UBSAN_OPTIONS=print_stacktrace=1 \
 echo "== ThreadSanitizer build (concurrency tests) =="
 configure build/tsan -DKIV_TSAN=ON
 targets=()
-for t in object locks queues streams filters; do
+for t in object locks queues streams filters preferences; do
   [ -f "tests/${t}_test.cpp" ] && targets+=("${t}_test")
 done
 cmake --build build/tsan -j"$jobs" --target "${targets[@]}"

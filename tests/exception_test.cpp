@@ -35,8 +35,8 @@ TEST(ExceptionTextTest, NamesAndPayloads) {
   IODeadlockException nested(nullptr);
   EXPECT_EQ(nested.What(), nullptr);
   EXPECT_EQ(Utf8(nested.ToString()), "kiv::IODeadlockException");
-  EXPECT_EQ(Utf8(ResourceOSException(Wide("open x"), 2).ToString()),
-            "kiv::ResourceOSException - open x - 2");
+  EXPECT_EQ(Utf8(ResourceOSException(Wide("cannot open x"), 2).ToString()),
+            "kiv::ResourceOSException - cannot open x: No such file or directory (2)");
 
   MemoryException memory;
   EXPECT_STREQ(memory.what(), "bad allocation");

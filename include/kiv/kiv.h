@@ -13,8 +13,11 @@
 #include <kiv/locks.h>
 #include <kiv/numbers.h>
 #include <kiv/object.h>
+#include <kiv/preferences.h>
+#include <kiv/properties.h>
 #include <kiv/queues.h>
 #include <kiv/registry.h>
+#include <kiv/resource.h>
 #include <kiv/streams.h>
 #include <kiv/string.h>
 #include <kiv/tasks.h>

@@ -67,6 +67,7 @@ class Number : public virtual RefCount {
 };
 
 extern template class KIV_EXPORT Number<std::int32_t>;
+extern template class KIV_EXPORT Number<std::int64_t>;
 extern template class KIV_EXPORT Number<std::uint64_t>;
 extern template class KIV_EXPORT Number<bool>;
 
@@ -74,6 +75,12 @@ class KIV_EXPORT Integer32 : public Number<std::int32_t> {
  public:
   explicit Integer32(std::int32_t value = 0) noexcept : Number(value) {}
   ~Integer32() override;
+};
+
+class KIV_EXPORT Integer64 : public Number<std::int64_t> {
+ public:
+  explicit Integer64(std::int64_t value = 0) noexcept : Number(value) {}
+  ~Integer64() override;
 };
 
 class KIV_EXPORT UnsignedInteger64 : public Number<std::uint64_t> {

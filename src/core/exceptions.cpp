@@ -2,6 +2,9 @@
 
 #include "kiv/encodings.h"
 #include "kiv/numbers.h"
+#include "platform/file.h"
+
+#include <string>
 
 namespace kiv {
 
@@ -325,8 +328,9 @@ String BadCastException::ToString() const {
   return String(TextEncodingExp::MakeAscii(), static_cast<const void*>(kText));
 }
 
-// The resource layer's own text: the description, then the operating-system code when there is
-// one ("kiv::ResourceOSException - open x.txt - 2").
+// The resource layer's own text: the description, then the system's text for the error code and
+// the code itself, when there is one
+// ("kiv::ResourceOSException - cannot open x.txt: No such file or directory (2)").
 ResourceOSException::ResourceOSException(const String& what, std::int32_t error, bool report)
     : StringWhat(what), FSErr(error) {
   if (report) Exception::Report('\n');
@@ -344,9 +348,9 @@ Exception* ResourceOSException::Clone() const { return new ResourceOSException(*
 String ResourceOSException::ToString() const {
   String text = StringWhat::ToString(Exception::ToString());
   if (Error() == 0) return text;
-  static const char kDash[] = " - ";
-  return text + String(TextEncodingExp::MakeAscii(), static_cast<const void*>(kDash)) +
-         NumberConversion::ToString(Error());
+  std::string detail = ": " + platform::ErrorText(Error()) + " (" + std::to_string(Error()) + ")";
+  return text + String(TextEncodingExp::MakeUTF8(), static_cast<void*>(detail.data()),
+                       static_cast<unsigned>(detail.size()));
 }
 
 }  // namespace kiv

@@ -192,10 +192,12 @@ int Number<T>::Compare(const RefCount& other) const {
 }
 
 template class Number<std::int32_t>;
+template class Number<std::int64_t>;
 template class Number<std::uint64_t>;
 template class Number<bool>;
 
 Integer32::~Integer32() = default;
+Integer64::~Integer64() = default;
 UnsignedInteger64::~UnsignedInteger64() = default;
 
 }  // namespace kiv

@@ -1,6 +1,8 @@
 #include "support/test_support.h"
 
+#include <kiv/buffer.h>
 #include <kiv/encodings.h>
+#include <kiv/filters.h>
 
 #include <stdlib.h>
 #include <cstring>
@@ -45,6 +47,20 @@ std::string ReadFile(const std::string& path) {
 std::string CorpusDir() {
   std::filesystem::path dir(KIV_CORPUS_DIR);
   return std::filesystem::is_directory(dir) ? dir.string() : std::string();
+}
+
+unsigned MemoryOutput::Write(const void* src, unsigned count) {
+  text.append(static_cast<const char*>(src), count);
+  return count;
+}
+
+Reader MakeReader(const std::string& bytes, const TextEncoding& encoding, unsigned read_ahead) {
+  Buffer data = BufferExp::Make(static_cast<unsigned>(bytes.size()) + 1);
+  std::memcpy(data->GetData(), bytes.data(), bytes.size());
+  // One spare byte keeps the buffer non-null for empty text; the fixed-length stream hides it.
+  SyncInputStream in = FixedLengthSyncInputStreamExp::Make(SyncInputStreamExp::Make(data),
+                                                           static_cast<unsigned>(bytes.size()));
+  return ReaderExp::Make(TextInputStreamExp::Make(in, BufferExp::Make(read_ahead), encoding), -1);
 }
 
 }  // namespace kiv::testing

@@ -2,7 +2,10 @@
 #ifndef KIV_TESTS_SUPPORT_TEST_SUPPORT_H_
 #define KIV_TESTS_SUPPORT_TEST_SUPPORT_H_
 
+#include <kiv/encodings.h>
+#include <kiv/streams.h>
 #include <kiv/string.h>
+#include <kiv/textio.h>
 
 #include <string>
 
@@ -30,6 +33,18 @@ std::string ReadFile(const std::string& path);
 
 // The corpus folder beside the project, or "" when it is absent.
 std::string CorpusDir();
+
+// Gathers everything written to it; accepts every byte.
+class MemoryOutput : public SyncOutputStreamItf {
+ public:
+  using SyncOutputStreamItf::Write;
+  unsigned Write(const void* src, unsigned count) override;
+  void Flush() override {}
+  std::string text;
+};
+
+// A reader of `bytes` as text in `encoding`, through a read-ahead buffer of `read_ahead` bytes.
+Reader MakeReader(const std::string& bytes, const TextEncoding& encoding, unsigned read_ahead = 64);
 
 }  // namespace kiv::testing
 

@@ -1,0 +1,224 @@
+// Preferences: two-level reading, publication, the default configuration and listeners.
+#include <gtest/gtest.h>
+#include <kiv/containers.h>
+#include <kiv/exception.h>
+#include <kiv/hierhashtable.h>
+#include <kiv/preferences.h>
+#include <kiv/registry.h>
+#include <kiv/resource.h>
+#include <kiv/tasks.h>
+
+#include <atomic>
+#include <fstream>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/test_support.h"
+
+namespace kiv {
+namespace {
+
+using testing::MemoryOutput;
+using testing::Utf8;
+using testing::Wide;
+
+class FunctionTask : public TaskItf {
+ public:
+  explicit FunctionTask(std::function<void()> run) : run_(std::move(run)) {}
+  void Run() override { run_(); }
+  void Cancel() override {}
+
+ private:
+  std::function<void()> run_;
+};
+
+// The first value at `path` of a tree, as UTF-8 ("-" when the node has none).
+template <class Tree>
+std::string First(const Tree& tree, const char* path) {
+  auto node = tree->Get(Wide(path));
+  return node->Count() == 0 ? "-" : Utf8(String(node->GetElement(0)));
+}
+
+std::string Names(Enumeration names) {
+  std::string out;
+  while (names->HasMoreElements()) out += Utf8(String(names->NextElement())) + " ";
+  return out;
+}
+
+// Defaults: a/x = dx, a/y = dy, b = db; the file overrides a/x and adds a/z and c.
+class PreferencesTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    std::ofstream("prefs.properties") << "a/x: fx1, fx2\na/z: fz\nc: fc\n";
+    defaults_ = HierHashtableExp::Make();
+    defaults_->MakePath(Wide("a/x"), 0x1FF, 0)->AddLast(Wide("dx"));
+    defaults_->MakePath(Wide("a/y"), 0x1FF, 0)->AddLast(Wide("dy"));
+    defaults_->MakePath(Wide("b"), 0x1FF, 0)->AddLast(Wide("db"));
+    RegistryExp::MakeRegistry()->Remove(Wide("preferences"), 0);
+  }
+  ConstHierHashtable PublishFile() {
+    return PreferencesExp::MakePrefs(ConstHierHashtableExp::Make(defaults_),
+                                     SyncResourceExp::Make(Wide("prefs.properties")),
+                                     TextEncodingExp::MakeUTF8());
+  }
+
+  testing::ScopedTempDir dir_;
+  HierHashtable defaults_;
+};
+
+TEST_F(PreferencesTest, FirstLevelHidesDefaultsWholeAndRemoveUncoversThem) {
+  PublishFile();
+  Ref<ModifiablePreferencesItf> prefs = PreferencesExp::MakeModifiable();
+  EXPECT_EQ(prefs->Get(Wide("a/x"))->Count(), 2);  // never merged with the default
+  EXPECT_EQ(First(prefs, "a/x"), "fx1");
+  EXPECT_EQ(First(prefs, "a/y"), "dy");
+  EXPECT_EQ(First(prefs, "b"), "db");
+  EXPECT_TRUE(prefs->ContainsKey(Wide("a/z")) && prefs->ContainsKey(Wide("b")));
+  EXPECT_FALSE(prefs->ContainsKey(Wide("d")));
+  EXPECT_EQ(Names(prefs->Keys()), "a c b ");
+  EXPECT_EQ(Names(prefs->Get(Wide("a"))->Keys()), "x z y ");
+
+  // A node in both levels falls back further down; one only in the defaults is read-only.
+  HierHashtable a = prefs->Get(Wide("a"));
+  EXPECT_EQ(First(a, "y"), "dy");
+  EXPECT_THROW(prefs->Get(Wide("b"))->AddLast(Wide("no")), AccessException);
+  EXPECT_THROW(prefs->Get(Wide("d")), NoSuchNamedElementException);
+  EXPECT_THROW(prefs->Clone(false), HTNotCloneableException);
+
+  prefs->Remove(Wide("a/x"), 0);
+  EXPECT_EQ(First(prefs, "a/x"), "dx");
+  prefs->MakePath(Wide("b"), 0x1FF, 0)->AddLast(Wide("fb"));
+  EXPECT_EQ(First(prefs, "b"), "fb");
+  prefs->ClearOverrides();
+  EXPECT_EQ(First(prefs, "b"), "db");
+  EXPECT_FALSE(prefs->ContainsKey(Wide("c")));
+}
+
+TEST_F(PreferencesTest, ModifiableCopiesArePrivateUntilPublishedAndStoreTheirFirstLevel) {
+  PublishFile();
+  Ref<ModifiablePreferencesItf> prefs = PreferencesExp::MakeModifiable();
+  prefs->MakePath(Wide("c"), 0x1FF, 0)->AddLast(Wide("more"));
+  EXPECT_EQ(PreferencesExp::MakePrefs()->Get(Wide("c"))->Count(), 1);
+  prefs->Publish();
+  EXPECT_EQ(PreferencesExp::MakePrefs()->Get(Wide("c"))->Count(), 2);
+
+  Ref<MemoryOutput> out(new MemoryOutput);
+  Writer writer = WriterExp::Make(TextEncodingExp::MakeUTF8(), SyncOutputStream(out.Get()));
+  prefs->Store(writer);
+  writer->Flush();
+  EXPECT_EQ(out->text, "a/x: fx1, fx2\na/z: fz\nc: fc, more\n");
+
+  // Nodes inside a tree have no publishing operations of their own.
+  Ref<ModifiablePreferencesItf> inner(prefs->Get(Wide("a")));
+  inner->ClearOverrides();
+  EXPECT_EQ(First(prefs, "a/z"), "fz");
+}
+
+TEST_F(PreferencesTest, DefaultConfigurationSelectsANodeAndSurvivesPublication) {
+  std::ofstream("prefs.properties") << "site/one/port: 1\nsite/two/port: 2\n";
+  EXPECT_THROW(PreferencesExp::MakePrefs(), NoSuchNamedElementException);
+  PublishFile();
+  EXPECT_EQ(First(PreferencesExp::MakePrefs(), "site/two/port"), "2");
+
+  PreferencesExp::SetDefaultConfiguration(Wide("site/one"));
+  EXPECT_EQ(First(PreferencesExp::MakePrefs(), "port"), "1");
+  PreferencesExp::SetDefaultConfiguration(Wide("site/two"));
+  EXPECT_EQ(First(PreferencesExp::MakePrefs(), "port"), "2");
+
+  // Carried by a modifiable copy and by a fresh load, once each.
+  Ref<ModifiablePreferencesItf> copy = PreferencesExp::MakeModifiable();
+  EXPECT_EQ(Utf8(String(copy->First())), "site/two");
+  copy->Publish();
+  EXPECT_EQ(PreferencesExp::MakeModifiable()->Count(), 1);
+  PublishFile();
+  EXPECT_EQ(First(PreferencesExp::MakePrefs(), "port"), "2");
+  EXPECT_EQ(PreferencesExp::GetString(Wide("port"), Wide("none")), Wide("2"));
+}
+
+TEST_F(PreferencesTest, ValueReadersFallBackOnAnythingMissingOrMalformed) {
+  std::ofstream("prefs.properties") << "on: yes\noff: NO\nodd: maybe\nempty:\n";
+  const String fallback = Wide("fallback");
+  EXPECT_EQ(PreferencesExp::GetString(Wide("on"), fallback), fallback);  // nothing published
+  PublishFile();
+  EXPECT_EQ(PreferencesExp::GetString(Wide("b"), fallback), Wide("db"));
+  EXPECT_EQ(PreferencesExp::GetString(Wide("missing/path"), fallback), fallback);
+  EXPECT_TRUE(PreferencesExp::GetBoolean(Wide("on"), false));
+  EXPECT_FALSE(PreferencesExp::GetBoolean(Wide("off"), true));
+  EXPECT_TRUE(PreferencesExp::GetBoolean(Wide("odd"), true));
+  EXPECT_FALSE(PreferencesExp::GetBoolean(Wide("empty"), false));
+  EXPECT_TRUE(PreferencesExp::GetBoolean(Wide("missing"), true));
+}
+
+TEST_F(PreferencesTest, PublicationFailsCleanlyWithoutItsFile) {
+  EXPECT_THROW(PreferencesExp::MakePrefs(ConstHierHashtableExp::Make(defaults_),
+                                         SyncResourceExp::Make(Wide("absent.properties")),
+                                         TextEncodingExp::MakeUTF8()),
+               ResourceOSException);
+  EXPECT_FALSE(RegistryExp::MakeRegistry()->ContainsKey(Wide("preferences")));
+  PreferencesExp::SetDefaultConfiguration(Wide("x"));
+  EXPECT_THROW(PreferencesExp::MakeModifiable(), ConfigurationError);
+}
+
+TEST_F(PreferencesTest, EveryPublicationRunsEveryListenerOnce) {
+  Ref<PrefsUpdateEventQueueItf> queue = PreferencesExp::MakePrefsUpdateEventQueue();
+  std::vector<std::string> calls;
+  Task late(new FunctionTask([&] { calls.push_back("late"); }));
+  Task first;
+  first = new FunctionTask([&] {
+    calls.push_back("first");
+    // Changes made by a listener apply from the next publication.
+    queue->RemoveListener(first);
+    queue->AddListener(late);
+  });
+  Task failing(new FunctionTask([&] {
+    calls.push_back("failing");
+    throw TimeoutException();
+  }));
+  queue->AddListener(first);
+  queue->AddListener(failing);
+  queue->SetFlag(false);
+  EXPECT_THROW(PublishFile(), TimeoutException);  // published all the same
+  EXPECT_EQ(First(PreferencesExp::MakePrefs(), "c"), "fc");
+  queue->SetFlag(true);
+  EXPECT_THROW(PreferencesExp::MakeModifiable()->Publish(), TimeoutException);
+  EXPECT_EQ(calls, (std::vector<std::string>{"first", "failing", "failing", "late"}));
+  EXPECT_EQ(queue->Listeners()->Count(), 2);
+  queue->RemoveListener(failing);
+  queue->RemoveListener(late);
+  queue->RemoveListener(late);  // absent: nothing happens
+  EXPECT_EQ(queue->Listeners()->Count(), 0);
+}
+
+TEST_F(PreferencesTest, ConcurrentPublishersAndReadersStayConsistent) {
+  Ref<PrefsUpdateEventQueueItf> queue = PreferencesExp::MakePrefsUpdateEventQueue();
+  std::atomic<int> runs{0};
+  Task counter(new FunctionTask([&] { runs.fetch_add(1); }));
+  queue->AddListener(counter);
+  PublishFile();
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 25;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < kRounds; ++i) {
+        if (t % 2 == 0) {
+          Ref<ModifiablePreferencesItf> prefs = PreferencesExp::MakeModifiable();
+          prefs->Publish();
+        } else {
+          EXPECT_EQ(PreferencesExp::GetString(Wide("c"), Wide("")), Wide("fc"));
+          Task extra(new FunctionTask([] {}));
+          queue->AddListener(extra);
+          queue->RemoveListener(extra);
+        }
+      }
+    });
+  }
+  for (std::thread& t : threads) t.join();
+  EXPECT_EQ(runs.load(), 1 + (kThreads / 2) * kRounds);
+  queue->RemoveListener(counter);
+}
+
+}  // namespace
+}  // namespace kiv
