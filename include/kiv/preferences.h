@@ -88,9 +88,8 @@ struct KIV_EXPORT PreferencesExp {
   // Loads `resource` (properties text in `encoding`) as the first level over `defaults` (an empty
   // handle: no defaults), publishes the result and returns it read-only. Failures to read the
   // resource propagate (ResourceOSException names the path) and nothing is published.
-  [[nodiscard]] static ConstHierHashtable MakePrefs(const ConstHierHashtable& defaults,
-                                                    const Resource& resource,
-                                                    const TextEncoding& encoding);
+  static ConstHierHashtable MakePrefs(const ConstHierHashtable& defaults, const Resource& resource,
+                                      const TextEncoding& encoding);
   // A private, modifiable copy of the published preferences: their resource read afresh as the
   // first level, over the same defaults, carrying the default configuration name. Changes stay
   // private until its Publish(); its Store writes the first level back in the properties format.
