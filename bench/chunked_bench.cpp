@@ -15,6 +15,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include "bench_corpus.h"
+
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
@@ -216,7 +218,7 @@ const char* const kTexts[] = {"Latin", "Chinese", "Emoji"};
 
 std::string Corpus(int index) {
   std::ifstream in(
-      std::string(KIV_CORPUS_DIR) + "/unicode_lipsum/" + kTexts[index] + "-Lipsum.utf8.txt",
+      kiv::bench::CorpusDir() + "/unicode_lipsum/" + kTexts[index] + "-Lipsum.utf8.txt",
       std::ios::binary);
   std::ostringstream text;
   text << in.rdbuf();
@@ -226,7 +228,7 @@ std::string Corpus(int index) {
 void BM_KivFilterUtf8ToUtf16(benchmark::State& state) {
   const std::string text = Corpus(static_cast<int>(state.range(0)));
   if (text.empty()) {
-    state.SkipWithError("corpus not found");
+    state.SkipWithError("corpus not found (set KIV_CORPUS_DIR)");
     return;
   }
   state.SetLabel(kTexts[state.range(0)]);
@@ -251,7 +253,7 @@ BENCHMARK(BM_KivFilterUtf8ToUtf16)->DenseRange(0, 2);
 void BM_KivBlockUtf8ToUtf16(benchmark::State& state) {
   const std::string text = Corpus(static_cast<int>(state.range(0)));
   if (text.empty()) {
-    state.SkipWithError("corpus not found");
+    state.SkipWithError("corpus not found (set KIV_CORPUS_DIR)");
     return;
   }
   state.SetLabel(kTexts[state.range(0)]);

@@ -157,7 +157,8 @@ TEST(RefCountTest, NullSafeEqualsAndCompareNeverThrow) {
 TEST(HandleTest, AssignmentCastsAndNullDereference) {
   Probe* p = new Probe(nullptr, 42);
   Ref<ProbeItf> r(p);
-  r = r;  // self-assignment keeps the count
+  Ref<ProbeItf>& same = r;
+  r = same;  // self-assignment keeps the count
   EXPECT_EQ(p->Count(), 1);
   Object o = r;
   EXPECT_EQ(p->Count(), 2);

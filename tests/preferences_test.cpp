@@ -118,7 +118,7 @@ TEST_F(PreferencesTest, ModifiableCopiesArePrivateUntilPublishedAndStoreTheirFir
 
 TEST_F(PreferencesTest, DefaultConfigurationSelectsANodeAndSurvivesPublication) {
   std::ofstream("prefs.properties") << "site/one/port: 1\nsite/two/port: 2\n";
-  EXPECT_THROW(PreferencesExp::MakePrefs(), NoSuchNamedElementException);
+  EXPECT_THROW(static_cast<void>(PreferencesExp::MakePrefs()), NoSuchNamedElementException);
   PublishFile();
   EXPECT_EQ(First(PreferencesExp::MakePrefs(), "site/two/port"), "2");
 
@@ -158,7 +158,7 @@ TEST_F(PreferencesTest, PublicationFailsCleanlyWithoutItsFile) {
                ResourceOSException);
   EXPECT_FALSE(RegistryExp::MakeRegistry()->ContainsKey(Wide("preferences")));
   PreferencesExp::SetDefaultConfiguration(Wide("x"));
-  EXPECT_THROW(PreferencesExp::MakeModifiable(), ConfigurationError);
+  EXPECT_THROW(static_cast<void>(PreferencesExp::MakeModifiable()), ConfigurationError);
 }
 
 TEST_F(PreferencesTest, EveryPublicationRunsEveryListenerOnce) {

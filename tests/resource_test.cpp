@@ -85,8 +85,8 @@ TEST(FileResource, FailuresNameThePathAndTheReason) {
   }
   EXPECT_FALSE(SyncResourceExp::Make(Wide("folder"))->Exists());
   EXPECT_THROW(SyncResourceExp::Make(Wide("missing"))->GetSize(), ResourceOSException);
-  EXPECT_THROW(SyncResourceExp::Make(Wide("")), NotResourceException);
-  EXPECT_THROW(SyncResourceExp::Make(String()), NotResourceException);
+  EXPECT_THROW(static_cast<void>(SyncResourceExp::Make(Wide(""))), NotResourceException);
+  EXPECT_THROW(static_cast<void>(SyncResourceExp::Make(String())), NotResourceException);
 
   // A full disk is reported by Flush, not lost.
   SyncOutputStream full = SyncResourceExp::Make(Wide("/dev/full"))->OpenOutputStream();

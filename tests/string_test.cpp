@@ -93,7 +93,7 @@ TEST(StringTest, IndexingAndSearching) {
       EXPECT_EQ(e.What(), bad);
     }
   }
-  EXPECT_THROW(String(TextEncodingExp::MakeUTF8())[0], BoundsException);
+  EXPECT_THROW(static_cast<void>(String(TextEncodingExp::MakeUTF8())[0]), BoundsException);
   const unsigned char odd_tail[] = {'a', 0, 'b'};  // one unit and a stray byte
   EXPECT_THROW(String(TextEncodingExp::MakeUTF16(), static_cast<const void*>(odd_tail), 3)[1],
                BoundsException);

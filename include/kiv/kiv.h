@@ -22,5 +22,6 @@
 #include <kiv/string.h>
 #include <kiv/tasks.h>
 #include <kiv/textio.h>
+#include <kiv/version.h>
 
 #endif  // KIV_KIV_H_

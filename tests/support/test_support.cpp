@@ -5,6 +5,7 @@
 #include <kiv/filters.h>
 
 #include <stdlib.h>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -45,7 +46,9 @@ std::string ReadFile(const std::string& path) {
 }
 
 std::string CorpusDir() {
-  std::filesystem::path dir(KIV_CORPUS_DIR);
+  const char* configured = std::getenv("KIV_CORPUS_DIR");
+  std::filesystem::path dir(configured != nullptr && *configured != '\0' ? configured
+                                                                         : KIV_CORPUS_DIR);
   return std::filesystem::is_directory(dir) ? dir.string() : std::string();
 }
 

@@ -31,7 +31,8 @@ class ScopedTempDir {
 // The whole content of a file, or "" when it cannot be read.
 std::string ReadFile(const std::string& path);
 
-// The corpus folder beside the project, or "" when it is absent.
+// The corpus folder: KIV_CORPUS_DIR from the environment, else the one the build was configured
+// with (../shared/corpus beside the project by default); "" when it is absent.
 std::string CorpusDir();
 
 // Gathers everything written to it; accepts every byte.
