@@ -6,7 +6,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <new>
+#include <stdexcept>
 #include <string>
+#include <thread>
 #include <typeinfo>
 
 #include "support/test_support.h"
@@ -148,6 +150,32 @@ TEST(StaticReporterTest, AppendsRecordsAndSurvivesUnwritableDirectory) {
   if (getuid() != 0) {
     EXPECT_EQ(testing::ReadFile("static_const_errs.txt"), "");
   }
+}
+
+TEST(DescribeCurrentException, NamesEveryKindOfException) {
+  auto describe = [](auto&& thrower) {
+    try {
+      thrower();
+    } catch (...) {
+      return DescribeCurrentException();
+    }
+    return std::string("nothing thrown");
+  };
+  EXPECT_EQ(describe([] { throw BoundsException(42); }), "kiv::BoundsException - 42");
+  EXPECT_EQ(describe([] { throw MemoryException(); }), "kiv::MemoryException");
+  EXPECT_EQ(describe([] { throw std::out_of_range("vector"); }), "std::out_of_range: vector");
+  EXPECT_EQ(describe([] { throw 7; }), "unknown exception");
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(describe([] { throw AssertException("x != 0", "h.cpp", 12); }),
+            "kiv::AssertException: \"x != 0\" at h.cpp:12");
+  ::testing::internal::GetCapturedStderr();
+  EXPECT_EQ(DescribeCurrentException(), "no exception");
+  EXPECT_DEATH(
+      {
+        InstallTerminateHandler();
+        std::thread([] { throw GeneralIOException(Wide("broken pipe")); }).join();
+      },
+      "terminate called after throwing kiv::GeneralIOException - broken pipe");
 }
 
 }  // namespace

@@ -14,6 +14,7 @@
 
 #include <cstdint>
 #include <new>
+#include <string>
 #include <typeinfo>
 
 namespace kiv {
@@ -553,6 +554,18 @@ KIV_EXPORT int TracePrint(const char* format, ...)
 KIV_EXPORT int TracePrintObj(const char* format, const char* text, const RefCount* object);
 KIV_EXPORT int TracePrintObj(const char* format, const char* text, const RefCount& object);
 KIV_EXPORT void TraceFlush();
+
+// Library exceptions do not derive from std::exception (two of them already derive from standard
+// exceptions, and a second std::exception base would make such catches ambiguous), so a host's
+// `catch (const std::exception&)` does not see them. For a `catch (...)` block: the text of the
+// exception being handled, in UTF-8. A library exception gives its ToString() text
+// ("kiv::BoundsException - 42"), an assertion its expression, file and line, a standard exception
+// its type and what() ("std::out_of_range: vector"), anything else "unknown exception"; "no
+// exception" outside a handler. Never throws.
+[[nodiscard]] KIV_EXPORT std::string DescribeCurrentException() noexcept;
+// Makes an exception that escapes a thread print "terminate called after throwing " and its
+// DescribeCurrentException() text on the standard error stream before the process aborts.
+KIV_EXPORT void InstallTerminateHandler() noexcept;
 
 // Reporters for failures while a singleton is built ("static_const_errs.txt") or torn down
 // ("static_destr_errs.txt"), appended in the current directory. `name` is the holder's short class
