@@ -5,6 +5,7 @@
 #include <kiv/buffer.h>
 #include <kiv/containers.h>
 #include <kiv/converters.h>
+#include <kiv/date.h>
 #include <kiv/encodings.h>
 #include <kiv/exception.h>
 #include <kiv/filters.h>
@@ -20,6 +21,7 @@
 #include <kiv/resource.h>
 #include <kiv/streams.h>
 #include <kiv/string.h>
+#include <kiv/system.h>
 #include <kiv/tasks.h>
 #include <kiv/textio.h>
 #include <kiv/version.h>

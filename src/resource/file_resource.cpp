@@ -1,6 +1,7 @@
 // File resources: a path, and the streams and properties of the file it names.
 #include <string>
 
+#include "kiv/date.h"
 #include "kiv/encodings.h"
 #include "kiv/exception.h"
 #include "kiv/numbers.h"
@@ -16,15 +17,6 @@ const char kResourceMIMEType[] = "MIME type";
 CommitSyncOutputStreamItf::~CommitSyncOutputStreamItf() = default;
 ResourceItf::~ResourceItf() = default;
 
-namespace {
-
-// File times count 100-nanosecond ticks from 1601; time values count milliseconds from the start
-// of Julian Day 0, at which 1601 begins 199,222,329,600,000 milliseconds later.
-constexpr std::uint64_t kTicksPerMillisecond = 10000;
-constexpr std::int64_t kJulian1601 = 199222329600000;
-
-}  // namespace
-
 class FileResourceImpl final : public ResourceItf {
  public:
   FileResourceImpl(const String& name, std::u16string path) : name_(name), path_(std::move(path)) {}
@@ -39,12 +31,7 @@ class FileResourceImpl final : public ResourceItf {
 
   std::int64_t GetSize() const override { return static_cast<std::int64_t>(Info().size); }
 
-  std::int64_t GetModificationTime() const override {
-    // Rounded half up to whole milliseconds, as file times always are.
-    return static_cast<std::int64_t>((Info().modified + kTicksPerMillisecond / 2) /
-                                     kTicksPerMillisecond) +
-           kJulian1601;
-  }
+  std::int64_t GetModificationTime() const override { return FILETIME2Julian(Info().modified); }
 
   String GetMIMEType() const override { return MIMEExp::Lookup(name_); }
 
