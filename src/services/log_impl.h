@@ -1,0 +1,54 @@
+// The log state: the process-wide object behind LogWriterExp.
+#ifndef KIV_SRC_SERVICES_LOG_IMPL_H_
+#define KIV_SRC_SERVICES_LOG_IMPL_H_
+
+#include <atomic>
+#include <cstdint>
+
+#include "kiv/encodings.h"
+#include "kiv/hashtable.h"
+#include "kiv/locks.h"
+#include "kiv/log.h"
+#include "kiv/tasks.h"
+
+namespace kiv {
+
+// A listener of the preferences update event queue: each publication re-reads the log settings.
+class LogWriterImpl final : public TaskItf {
+ public:
+  LogWriterImpl();
+  ~LogWriterImpl() override;
+
+  // Re-reads "logs/application/enabled" and "logs/application/level".
+  void Run() override;
+  void Cancel() override {}
+
+  void SetStream(const SyncOutputStream& out);
+  void SetIdent(const String& ident);
+  String Ident() const;
+  // The level of a level word; NoSuchNamedElementException for any other word.
+  LogLevel LevelOf(const String& word) const;
+  Writer Make(const String& ident, LogLevel level, bool with_prefix);
+
+ private:
+  SyncOutputStream Stream() const;
+
+  const TextEncoding encoding_;
+  const SyncOutputStream discard_;
+  // The log stream and the identification may be replaced while other threads make writers.
+  ObjectLock guard_;
+  SyncOutputStream stream_;
+  String ident_;
+  const Hashtable levels_;
+  // Plain settings written by Run on the publishing thread and read by every writer; relaxed
+  // atomics, so that readers see one value or the other and never a torn or racy one.
+  std::atomic<std::int32_t> threshold_;
+  std::atomic<bool> enabled_;
+};
+
+// The log state, made and registered as a listener on first use.
+Ref<LogWriterImpl> GetLogWriter();
+
+}  // namespace kiv
+
+#endif  // KIV_SRC_SERVICES_LOG_IMPL_H_

@@ -1,0 +1,158 @@
+// The application log: levels and their configuration, the entry layout, and many writers.
+#include <gtest/gtest.h>
+#include <kiv/exception.h>
+#include <kiv/filters.h>
+#include <kiv/log.h>
+#include <kiv/preferences.h>
+#include <kiv/resource.h>
+#include <stdlib.h>
+
+#include <ctime>
+#include <fstream>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/test_support.h"
+
+namespace kiv {
+namespace {
+
+using testing::MemoryOutput;
+using testing::Wide;
+
+class LogTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    sink_ = new MemoryOutput;
+    LogWriterExp::Init(SyncOutputStream(sink_.Get()));
+    LogWriterExp::SetIdent(Wide("host"));
+    Configure("");
+  }
+  // Publishes preferences holding `text` (properties lines).
+  void Configure(const std::string& text) {
+    std::ofstream("log.properties", std::ios::trunc) << text;
+    PreferencesExp::MakePrefs(ConstHierHashtable(), SyncResourceExp::Make(Wide("log.properties")),
+                              TextEncodingExp::MakeUTF8());
+  }
+  // Writes one entry at `level` and returns what reached the log ("" when discarded).
+  std::string Entry(LogLevel level) {
+    sink_->text.clear();
+    Writer writer = LogWriterExp::Make(level);
+    writer->Write("message");
+    writer->NewLine();
+    return sink_->text;
+  }
+  // The levels that get through, as a string of digits.
+  std::string Passing() {
+    std::string passing;
+    for (LogLevel level : {LogFatal, LogError, LogWarn, LogInfo, LogDebug}) {
+      if (!Entry(level).empty()) passing += char('0' + level);
+    }
+    return passing;
+  }
+
+  testing::ScopedTempDir dir_;
+  Ref<MemoryOutput> sink_;
+};
+
+TEST_F(LogTest, ConfigurationSetsTheThresholdButNeverLetsDebugThrough) {
+  EXPECT_EQ(Passing(), "12");  // the defaults: errors and worse
+  Configure("logs/application/level: warn\n");
+  EXPECT_EQ(Passing(), "123");
+  Configure("logs/application/level: DEBUG\n");
+  EXPECT_EQ(Passing(), "1234");
+  Configure("logs/application/level: verbose\n");  // no level word: unchanged
+  EXPECT_EQ(Passing(), "1234");
+  Configure("logs/application/level: fatal\nlogs/application/enabled: false\n");
+  EXPECT_EQ(Passing(), "");
+  Configure("logs/application/level: fatal\nlogs/application/enabled: perhaps\n");
+  EXPECT_EQ(Passing(), "");  // no boolean: unchanged
+  Configure("logs/application/level: fatal\n");
+  EXPECT_EQ(Passing(), "1");  // unset: enabled again
+  Configure("logs/application/level: debug\n");
+  sink_->text.clear();
+  Writer debug = DebugWriterExp::Make(true);
+  debug->Write("x");
+  debug->NewLine();
+  EXPECT_EQ(sink_->text, "");
+}
+
+TEST_F(LogTest, EntriesCarryTheStampAndTheIdentification) {
+  const std::regex layout(R"(\[\d\d/[A-Z][a-z][a-z]/\d{4}:\d\d:\d\d:\d\d [+-]\d{4}\] host: message\n)");
+  EXPECT_TRUE(std::regex_match(Entry(LogError), layout)) << Entry(LogError);
+
+  sink_->text.clear();
+  Writer named = LogWriterExp::Make(Wide("other"), Wide("FATAL"));
+  named->Write("m");
+  named->Flush();
+  EXPECT_NE(sink_->text.find("] other: m"), std::string::npos);
+  EXPECT_THROW(LogWriterExp::Make(Wide("Warn")), NoSuchNamedElementException);
+
+  // A writer keeps the stream it was made with.
+  Writer before = LogWriterExp::Make(LogError);
+  LogWriterExp::Disable();
+  EXPECT_EQ(Entry(LogError), "");
+  sink_->text.clear();
+  before->Write("late");
+  before->Flush();
+  EXPECT_NE(sink_->text.find("late"), std::string::npos);
+}
+
+TEST_F(LogTest, StampFollowsTheTimeZone) {
+  struct Zone {
+    const char* tz;
+    const char* suffix;
+  };
+  const char* saved = getenv("TZ");
+  const std::string previous = saved ? saved : "";
+  for (Zone zone : {Zone{"EST5", " -0500] "}, Zone{"UTC0", " +0000] "},
+                    Zone{"IST-5:30", " +0530] "}, Zone{"XYZ3:45", " -0345] "}}) {
+    setenv("TZ", zone.tz, 1);
+    tzset();
+    Ref<MemoryOutput> out(new MemoryOutput);
+    Writer writer = WriterExp::Make(TextEncodingExp::MakeUTF8(), SyncOutputStream(out.Get()));
+    LogWriterExp::WriteTimestamp(writer);
+    writer->Flush();
+    ASSERT_EQ(out->text.size(), 29u) << out->text;
+    EXPECT_EQ(out->text.substr(21), zone.suffix) << zone.tz;
+  }
+  if (saved) {
+    setenv("TZ", previous.c_str(), 1);
+  } else {
+    unsetenv("TZ");
+  }
+  tzset();
+}
+
+TEST_F(LogTest, ManyThreadsLoseAndMixNoLines) {
+  LogWriterExp::Init(MTSyncIOStreamExp::Make(SyncOutputStream(sink_.Get())));
+  constexpr int kThreads = 6;
+  constexpr int kLines = 150;
+  std::vector<std::thread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([t] {
+      for (int i = 0; i < kLines; ++i) {
+        Writer writer = LogWriterExp::Make(LogError);
+        writer->Write(std::int32_t(t));
+        writer->Write(" says ");
+        writer->Write(std::string(40, char('a' + t)).c_str());
+        writer->NewLine();
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  const std::regex line(R"(\[[^\]]*\] host: (\d) says ([a-z]{40})\n)");
+  int count = 0;
+  for (std::sregex_iterator it(sink_->text.begin(), sink_->text.end(), line), end; it != end;
+       ++it) {
+    EXPECT_EQ((*it)[2].str(), std::string(40, char('a' + std::stoi((*it)[1].str()))));
+    ++count;
+  }
+  EXPECT_EQ(count, kThreads * kLines);
+  EXPECT_EQ(sink_->text.size() % (sink_->text.find('\n') + 1), 0u);
+}
+
+}  // namespace
+}  // namespace kiv
