@@ -12,6 +12,7 @@
 #include <kiv/hashtable.h>
 #include <kiv/hierhashtable.h>
 #include <kiv/locks.h>
+#include <kiv/log.h>
 #include <kiv/numbers.h>
 #include <kiv/object.h>
 #include <kiv/preferences.h>

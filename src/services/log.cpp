@@ -6,6 +6,7 @@
 #include "kiv/exception.h"
 #include "kiv/numbers.h"
 #include "kiv/preferences.h"
+#include "services/date_impl.h"
 #include "services/log_impl.h"
 
 namespace kiv {
@@ -19,9 +20,6 @@ String Wide(const char16_t* text) {
 // The settings' defaults: logging on, errors and worse.
 constexpr bool kDefaultEnabled = true;
 constexpr std::int32_t kDefaultThreshold = LogError;
-
-const char* const kMonthNames[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                   "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
 
 Hashtable MakeLevelTable() {
   struct Word {
@@ -70,7 +68,7 @@ void LogWriterImpl::Run() {
 }
 
 void LogWriterImpl::SetStream(const SyncOutputStream& out) {
-  SyncOutputStream next = out ? out : SyncOutputStreamExp::Make();
+  SyncOutputStream next = out ? out : SyncOutputStream(SyncOutputStreamExp::Make());
   ObjectLockGuard hold(guard_);
   stream_ = next;
 }
@@ -81,7 +79,7 @@ SyncOutputStream LogWriterImpl::Stream() const {
 }
 
 void LogWriterImpl::SetIdent(const String& ident) {
-  String next = ident ? ident : String(TextEncodingExp::MakeAppDefault());
+  String next = !!ident ? ident : String(TextEncodingExp::MakeAppDefault());
   ObjectLockGuard hold(guard_);
   ident_ = next;
 }
@@ -104,7 +102,7 @@ Writer LogWriterImpl::Make(const String& ident, LogLevel level, bool with_prefix
   writer->SetLineMode(true);
   if (with_prefix) {
     LogWriterExp::WriteTimestamp(writer);
-    if (ident) writer->Write(ident);
+    if (!!ident) writer->Write(ident);
     writer->Write(": ");
   }
   return writer;
@@ -161,10 +159,10 @@ void LogWriterExp::WriteTimestamp(Writer& writer) {
     sign = '-';
     minutes = -minutes;
   }
-  const int month = now->GetMonth();
+  const char* month = MonthAbbreviation(now->GetMonth());
   char stamp[96];
   std::snprintf(stamp, sizeof stamp, "[%02d/%s/%04d:%02d:%02d:%02d %c%02d%02d] ", now->GetDay(),
-                month >= 1 && month <= 12 ? kMonthNames[month - 1] : "???", now->GetYear(),
+                month != nullptr ? month : "???", now->GetYear(),
                 now->GetHour(), now->GetMinute(), now->GetSecond(), sign,
                 static_cast<int>(minutes / 60), static_cast<int>(minutes % 60));
   writer->Write(stamp);

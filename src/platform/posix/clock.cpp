@@ -1,5 +1,7 @@
 #include <time.h>
 
+#include <mutex>
+
 #include "platform/clock.h"
 
 namespace kiv::platform {
@@ -42,11 +44,17 @@ bool FileTimeToCalendar(std::uint64_t file_time, CalendarFields& fields) noexcep
 // daylight saving is in force; the zone is reported with that whole offset as its bias and no
 // further daylight bias, which yields the same offset by the Windows rule.
 std::uint32_t GetTimeZone(std::int32_t& bias, std::int32_t& daylight_bias) noexcept {
-  // localtime_r need not notice a change of TZ by itself; tzset makes it follow the variable.
-  ::tzset();
-  const time_t now = ::time(nullptr);
+  // localtime_r need not notice a change of TZ by itself; tzset makes it follow the variable. The
+  // C library guards its zone state with a lock of its own that thread checkers cannot see, so
+  // the pair is also made one step under a lock they can.
+  static std::mutex zone_lock;
   struct tm local;
-  if (::localtime_r(&now, &local) == nullptr) return kZoneFailed;
+  {
+    std::lock_guard<std::mutex> hold(zone_lock);
+    ::tzset();
+    const time_t now = ::time(nullptr);
+    if (::localtime_r(&now, &local) == nullptr) return kZoneFailed;
+  }
   bias = static_cast<std::int32_t>(-local.tm_gmtoff / 60);
   daylight_bias = 0;
   if (local.tm_isdst > 0) return kZoneDaylight;
