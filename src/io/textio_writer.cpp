@@ -150,15 +150,20 @@ WriterImpl::WriterImpl(const TextEncoding& encoding, const SyncOutputStream& out
 WriterImpl::~WriterImpl() = default;
 
 void WriterImpl::NoteEncoding() {
-  const TextEncoding encoding = line_->GetTextEncoding();
-  const TextEncoding system = TextEncodingExp::MakeSystemDefault();
-  const TextEncoding ascii = TextEncodingExp::MakeAscii();
-  is_system_ = encoding == system;
-  is_ascii_ = encoding == ascii;
-  ascii_compatible_ = is_system_ || is_ascii_ || encoding == TextEncodingExp::MakeUTF8();
-  is_utf16_ = encoding == TextEncodingExp::MakeUTF16();
-  is_utf8_ = encoding == TextEncodingExp::MakeUTF8();
-  is_utf32_ = encoding == TextEncodingExp::MakeUTF32();
+  // Every writer asks this when it is made, so the built-in encodings (which live as long as the
+  // process) are fetched once, and compared as the objects they are.
+  static const TextEncoding system = TextEncodingExp::MakeSystemDefault();
+  static const TextEncoding ascii = TextEncodingExp::MakeAscii();
+  static const TextEncoding utf8 = TextEncodingExp::MakeUTF8();
+  static const TextEncoding utf16 = TextEncodingExp::MakeUTF16();
+  static const TextEncoding utf32 = TextEncodingExp::MakeUTF32();
+  const TextEncodingItf* encoding = line_->GetTextEncoding().Get();
+  is_system_ = encoding == system.Get();
+  is_ascii_ = encoding == ascii.Get();
+  is_utf8_ = encoding == utf8.Get();
+  ascii_compatible_ = is_system_ || is_ascii_ || is_utf8_;
+  is_utf16_ = encoding == utf16.Get();
+  is_utf32_ = encoding == utf32.Get();
 }
 
 TextEncoding WriterImpl::GetTextEncoding() const { return line_->GetTextEncoding(); }

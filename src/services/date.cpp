@@ -1,6 +1,7 @@
 // Time values, calendar fields and date strings.
 #include <atomic>
 #include <cstdio>
+#include <cstring>
 
 #include "kiv/encodings.h"
 #include "kiv/exception.h"
@@ -18,6 +19,17 @@ constexpr std::int64_t kMillisecondsPerMinute = 60000;
 // Years that the date string can print.
 constexpr int kFirstPrintableYear = 0;
 constexpr int kLastPrintableYear = 9999;
+
+// The length of "Sun, 06 Nov 1994 08:49:37 GMT".
+constexpr unsigned kDateStringLength = 29;
+
+// Writes `value` (0 <= value < 10^width) as `width` decimal digits.
+void PutDigits(char* out, int width, int value) noexcept {
+  for (int i = width - 1; i >= 0; --i) {
+    out[i] = static_cast<char>('0' + value % 10);
+    value /= 10;
+  }
+}
 
 const char* const kMonths[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
                                "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
@@ -144,13 +156,40 @@ String DateStringExp::Make(const Date& date) {
   // The day of week may be a negative remainder (late years); it names the day it is congruent to.
   const char* day_name = DayAbbreviation((date->GetDayOfWeek() % 7 + 7) % 7);
   const char* month_name = MonthAbbreviation(date->GetMonth());
+  const int day = date->GetDay();
+  const int hour = date->GetHour();
+  const int minute = date->GetMinute();
+  const int second = date->GetSecond();
+  static const TextEncoding ascii = TextEncodingExp::MakeAscii();
+  auto two_digits = [](int v) { return v >= 0 && v <= 99; };
+  if (month_name == nullptr || !two_digits(day) || !two_digits(hour) || !two_digits(minute) ||
+      !two_digits(second)) {
+    // Only a date class of the caller's own can get here; it gets the format as printf writes it.
+    char text[96];
+    std::snprintf(text, sizeof text, "%s, %02u %s %04u %02u:%02u:%02u GMT", day_name,
+                  static_cast<unsigned>(day), month_name != nullptr ? month_name : "???",
+                  static_cast<unsigned>(year), static_cast<unsigned>(hour),
+                  static_cast<unsigned>(minute), static_cast<unsigned>(second));
+    return String(ascii, static_cast<void*>(text));
+  }
+  // The format written out by hand: this is the text of every answer a host sends.
   char text[30];
-  std::snprintf(text, sizeof text, "%s, %02u %s %04u %02u:%02u:%02u GMT",
-                day_name != nullptr ? day_name : "???", static_cast<unsigned>(date->GetDay()),
-                month_name != nullptr ? month_name : "???", static_cast<unsigned>(year),
-                static_cast<unsigned>(date->GetHour()), static_cast<unsigned>(date->GetMinute()),
-                static_cast<unsigned>(date->GetSecond()));
-  return String(TextEncodingExp::MakeAscii(), static_cast<void*>(text));
+  std::memcpy(text, day_name, 3);
+  text[3] = ',';
+  text[4] = ' ';
+  PutDigits(text + 5, 2, day);
+  text[7] = ' ';
+  std::memcpy(text + 8, month_name, 3);
+  text[11] = ' ';
+  PutDigits(text + 12, 4, year);
+  text[16] = ' ';
+  PutDigits(text + 17, 2, hour);
+  text[19] = ':';
+  PutDigits(text + 20, 2, minute);
+  text[22] = ':';
+  PutDigits(text + 23, 2, second);
+  std::memcpy(text + 25, " GMT", 4);
+  return String(ascii, static_cast<void*>(text), kDateStringLength, kDateStringLength);
 }
 
 }  // namespace kiv

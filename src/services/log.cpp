@@ -21,6 +21,39 @@ String Wide(const char16_t* text) {
 constexpr bool kDefaultEnabled = true;
 constexpr std::int32_t kDefaultThreshold = LogError;
 
+// The writer every discarded entry gets: a UTF-8 writer on the discard stream whose every
+// operation does nothing and succeeds. It holds no state, so one object serves every thread at
+// once, and an entry that is not wanted costs no allocation. (Its encoding stays UTF-8 and it
+// checks nothing it is given: what it would have converted is dropped anyway.)
+class DiscardingWriter final : public WriterItf {
+ public:
+  DiscardingWriter(const TextEncoding& encoding, const SyncOutputStream& discard)
+      : encoding_(encoding), discard_(discard) {}
+  TextEncoding GetTextEncoding() const override { return encoding_; }
+  void SetTextEncoding(const TextEncoding&) override {}
+  unsigned WriteBytes(const void*, unsigned count) override { return count; }
+  bool Write(const String&) override { return true; }
+  bool WriteLine(const String&) override { return true; }
+  bool Write(const char*) override { return true; }
+  bool Write(const unsigned short*) override { return true; }
+  bool WriteChar(std::uint32_t) override { return true; }
+  bool Write(char) override { return true; }
+  bool Write(std::int32_t) override { return true; }
+  bool Write(std::uint32_t) override { return true; }
+  bool Write(std::int64_t) override { return true; }
+  bool Write(std::uint64_t) override { return true; }
+  bool Write(double) override { return true; }
+  bool WriteHex(std::uint64_t, unsigned) override { return true; }
+  bool NewLine() override { return true; }
+  void Flush() override {}
+  SyncOutputStream GetOutputStream() const override { return discard_; }
+  void SetLineMode(bool) override {}
+
+ private:
+  const TextEncoding encoding_;
+  const SyncOutputStream discard_;
+};
+
 Hashtable MakeLevelTable() {
   struct Word {
     const char16_t* text;
@@ -41,6 +74,7 @@ Hashtable MakeLevelTable() {
 LogWriterImpl::LogWriterImpl()
     : encoding_(TextEncodingExp::MakeUTF8()),
       discard_(SyncOutputStreamExp::Make()),
+      discarding_(new DiscardingWriter(encoding_, discard_)),
       guard_(ObjectLockExp::Make()),
       stream_(SyncOutputStreamExp::Make()),
       ident_(TextEncodingExp::MakeAppDefault()),
@@ -93,11 +127,7 @@ LogLevel LogWriterImpl::LevelOf(const String& word) const {
   return static_cast<LogLevel>(Ref<Integer32>(levels_->Get(word))->Get());
 }
 
-Writer LogWriterImpl::Make(const String& ident, LogLevel level, bool with_prefix) {
-  if (!enabled_.load(std::memory_order_relaxed) ||
-      threshold_.load(std::memory_order_relaxed) < level) {
-    return WriterExp::Make(encoding_, discard_);
-  }
+Writer LogWriterImpl::MakeWriting(const String& ident, bool with_prefix) {
   Writer writer = WriterExp::Make(encoding_, Stream());
   writer->SetLineMode(true);
   if (with_prefix) {
@@ -132,23 +162,27 @@ void LogWriterExp::Disable() { GetLogWriter()->SetStream(SyncOutputStream()); }
 
 void LogWriterExp::SetIdent(const String& ident) { GetLogWriter()->SetIdent(ident); }
 
+// Each form decides first whether the entry passes, so that a discarded one costs neither a lock
+// nor an allocation.
 Writer LogWriterExp::Make(const String& ident, LogLevel level) {
-  return GetLogWriter()->Make(ident, level, true);
+  Ref<LogWriterImpl> log = GetLogWriter();
+  return log->Passes(level) ? log->MakeWriting(ident, true) : log->Discarding();
 }
 
 Writer LogWriterExp::Make(const String& ident, const String& level_word) {
   Ref<LogWriterImpl> log = GetLogWriter();
-  return log->Make(ident, log->LevelOf(level_word), true);
+  return log->Passes(log->LevelOf(level_word)) ? log->MakeWriting(ident, true) : log->Discarding();
 }
 
 Writer LogWriterExp::Make(LogLevel level) {
   Ref<LogWriterImpl> log = GetLogWriter();
-  return log->Make(log->Ident(), level, true);
+  return log->Passes(level) ? log->MakeWriting(log->Ident(), true) : log->Discarding();
 }
 
 Writer LogWriterExp::Make(const String& level_word) {
   Ref<LogWriterImpl> log = GetLogWriter();
-  return log->Make(log->Ident(), log->LevelOf(level_word), true);
+  return log->Passes(log->LevelOf(level_word)) ? log->MakeWriting(log->Ident(), true)
+                                               : log->Discarding();
 }
 
 void LogWriterExp::WriteTimestamp(Writer& writer) {
@@ -162,15 +196,15 @@ void LogWriterExp::WriteTimestamp(Writer& writer) {
   const char* month = MonthAbbreviation(now->GetMonth());
   char stamp[96];
   std::snprintf(stamp, sizeof stamp, "[%02d/%s/%04d:%02d:%02d:%02d %c%02d%02d] ", now->GetDay(),
-                month != nullptr ? month : "???", now->GetYear(),
-                now->GetHour(), now->GetMinute(), now->GetSecond(), sign,
-                static_cast<int>(minutes / 60), static_cast<int>(minutes % 60));
+                month != nullptr ? month : "???", now->GetYear(), now->GetHour(), now->GetMinute(),
+                now->GetSecond(), sign, static_cast<int>(minutes / 60),
+                static_cast<int>(minutes % 60));
   writer->Write(stamp);
 }
 
 Writer DebugWriterExp::Make(bool with_prefix) {
   Ref<LogWriterImpl> log = GetLogWriter();
-  return log->Make(log->Ident(), LogDebug, with_prefix);
+  return log->Passes(LogDebug) ? log->MakeWriting(log->Ident(), with_prefix) : log->Discarding();
 }
 
 }  // namespace kiv

@@ -28,13 +28,23 @@ class LogWriterImpl final : public TaskItf {
   String Ident() const;
   // The level of a level word; NoSuchNamedElementException for any other word.
   LogLevel LevelOf(const String& word) const;
-  Writer Make(const String& ident, LogLevel level, bool with_prefix);
+  // Whether an entry of `level` is written now.
+  bool Passes(LogLevel level) const noexcept {
+    return enabled_.load(std::memory_order_relaxed) &&
+           threshold_.load(std::memory_order_relaxed) >= level;
+  }
+  // A writer on the log stream with the line started (when `with_prefix`), for a level that
+  // passes.
+  Writer MakeWriting(const String& ident, bool with_prefix);
+  // The writer for entries that do not pass.
+  const Writer& Discarding() const noexcept { return discarding_; }
 
  private:
   SyncOutputStream Stream() const;
 
   const TextEncoding encoding_;
   const SyncOutputStream discard_;
+  const Writer discarding_;
   // The log stream and the identification may be replaced while other threads make writers.
   ObjectLock guard_;
   SyncOutputStream stream_;

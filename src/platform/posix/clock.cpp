@@ -1,6 +1,8 @@
 #include <time.h>
 
+#include <cstdlib>
 #include <mutex>
+#include <string>
 
 #include "platform/clock.h"
 
@@ -43,22 +45,42 @@ bool FileTimeToCalendar(std::uint64_t file_time, CalendarFields& fields) noexcep
 // POSIX gives the whole offset in force now (tm_gmtoff, daylight saving included) and whether
 // daylight saving is in force; the zone is reported with that whole offset as its bias and no
 // further daylight bias, which yields the same offset by the Windows rule.
+//
+// Asking the C library costs a look at the zone file each time, and every log line asks, so the
+// answer is kept for the rest of its second: zones change only at whole seconds, and a change of
+// TZ is noticed at once (the variable is compared on every call). Only a replaced zone file is
+// seen up to a second late.
 std::uint32_t GetTimeZone(std::int32_t& bias, std::int32_t& daylight_bias) noexcept {
-  // localtime_r need not notice a change of TZ by itself; tzset makes it follow the variable. The
-  // C library guards its zone state with a lock of its own that thread checkers cannot see, so
-  // the pair is also made one step under a lock they can.
+  // The C library guards its zone state with a lock of its own that thread checkers cannot see,
+  // so the calls are also made under a lock they can.
   static std::mutex zone_lock;
-  struct tm local;
-  {
-    std::lock_guard<std::mutex> hold(zone_lock);
+  static time_t cached_second = -1;
+  static std::string cached_tz;
+  static bool cached_tz_set = false;
+  static struct tm cached;
+  std::lock_guard<std::mutex> hold(zone_lock);
+  const time_t now = ::time(nullptr);
+  const char* tz = ::getenv("TZ");
+  if (now != cached_second || (tz != nullptr) != cached_tz_set ||
+      (tz != nullptr && cached_tz != tz)) {
+    // localtime_r need not notice a change of TZ by itself; tzset makes it follow the variable.
     ::tzset();
-    const time_t now = ::time(nullptr);
-    if (::localtime_r(&now, &local) == nullptr) return kZoneFailed;
+    if (::localtime_r(&now, &cached) == nullptr) {
+      cached_second = -1;
+      return kZoneFailed;
+    }
+    cached_second = now;
+    cached_tz_set = tz != nullptr;
+    try {
+      cached_tz = tz != nullptr ? tz : "";
+    } catch (...) {
+      cached_second = -1;  // out of memory: ask again next time
+    }
   }
-  bias = static_cast<std::int32_t>(-local.tm_gmtoff / 60);
+  bias = static_cast<std::int32_t>(-cached.tm_gmtoff / 60);
   daylight_bias = 0;
-  if (local.tm_isdst > 0) return kZoneDaylight;
-  return local.tm_isdst == 0 ? kZoneStandard : kZoneUnknown;
+  if (cached.tm_isdst > 0) return kZoneDaylight;
+  return cached.tm_isdst == 0 ? kZoneStandard : kZoneUnknown;
 }
 
 }  // namespace kiv::platform
