@@ -1,6 +1,10 @@
 // An example host: what a server process does with the library's text layer.
 //
-// Usage: kiv_demo [--text FILE] [--chunked FILE]
+// Usage: kiv_demo [--config FILE] [--text FILE] [--chunked FILE]
+//
+// Configuration: loads its settings from a properties file (FILE, or examples/demo.properties)
+// over built-in defaults and publishes them as the preferences; the log follows
+// "logs/application/level" there, and writes its lines to the standard error stream.
 //
 // Text: reads UTF-8 text (FILE, or a built-in sample), reports its size in bytes and characters,
 // re-encodes it to UTF-16 and back, upper-cases it, and prints the results.
@@ -28,6 +32,26 @@ const char kChunkedSample[] =
     "17;ext=1\r\n: example.org\nÜbergrö\r\n"
     "7\r\nße: 1\n\r\n"
     "0\r\nTrailer: x\r\n\r\n";
+
+kiv::String Utf8(const char* text) { return kiv::String(kiv::TextEncodingExp::MakeUTF8(), text); }
+
+// The log first, so that it hears the publication of the settings; then the settings.
+void Configure(const char* path) {
+  kiv::LogWriterExp::Init(kiv::MTSyncIOStreamExp::Make(kiv::SyncOutputStreamExp::Make(stderr)));
+  kiv::LogWriterExp::SetIdent(Utf8("kiv_demo"));
+  kiv::HierHashtable defaults = kiv::HierHashtableExp::Make();
+  defaults->MakePath(Utf8("logs/application/level"), 0x1FF, 0)->AddLast(Utf8("error"));
+  kiv::PreferencesExp::MakePrefs(kiv::ConstHierHashtableExp::Make(defaults),
+                                 kiv::SyncResourceExp::Make(Utf8(path)),
+                                 kiv::TextEncodingExp::MakeUTF8());
+}
+
+// One log line at `level`.
+void Log(kiv::LogLevel level, const std::string& message) {
+  kiv::Writer log = kiv::LogWriterExp::Make(level);
+  log->Write(message.c_str());
+  log->NewLine();
+}
 
 std::string ToUtf8(const kiv::String& s) {
   kiv::String u = s->Encode(kiv::TextEncodingExp::MakeUTF8());
@@ -81,6 +105,10 @@ int AnswerChunkedLines(const kiv::SyncInputStream& request, const kiv::SyncOutpu
       writer->Write(line);
     }
     writer->NewLine();
+    // An answer's date, as a host puts it in its Date header.
+    writer->Write("date: ");
+    writer->Write(kiv::DateStringExp::Make(kiv::DateExp::Make(kiv::DateExp::Now(), 0)));
+    writer->NewLine();
     writer->Write("lines: ");
     writer->Write(count);
     writer->NewLine();
@@ -99,6 +127,8 @@ void ChunkedDemo(const std::string& wire) {
       kiv::BufferExp::Make(out_bytes.data(), static_cast<unsigned>(out_bytes.size())));
   int lines = AnswerChunkedLines(request, response);
   auto written = static_cast<std::size_t>(response->ToStreamMarker()->GetLength());
+  Log(kiv::LogInfo, "answered " + std::to_string(lines) + " lines in " + std::to_string(written) +
+                        " bytes of chunked coding");
   std::printf("answered %d lines in a chunked body of %zu bytes:\n", lines, written);
   PrintRaw(out_bytes.data(), written);
 }
@@ -106,22 +136,28 @@ void ChunkedDemo(const std::string& wire) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  kiv::InstallTerminateHandler();
+  std::string config = KIV_DEMO_CONFIG;
   std::string bytes = kSample;
   std::string wire = kChunkedSample;
   for (int i = 1; i < argc; ++i) {
     bool has_value = i + 1 < argc;
-    if (std::strcmp(argv[i], "--text") == 0 && has_value) {
+    if (std::strcmp(argv[i], "--config") == 0 && has_value) {
+      config = argv[++i];
+    } else if (std::strcmp(argv[i], "--text") == 0 && has_value) {
       if (!ReadFile(argv[++i], bytes)) return 1;
     } else if (std::strcmp(argv[i], "--chunked") == 0 && has_value) {
       if (!ReadFile(argv[++i], wire)) return 1;
     } else {
-      std::fprintf(stderr, "usage: kiv_demo [--text FILE] [--chunked FILE]\n");
+      std::fprintf(stderr, "usage: kiv_demo [--config FILE] [--text FILE] [--chunked FILE]\n");
       return 2;
     }
   }
 
   try {
     using kiv::TextEncodingExp;
+    Configure(config.c_str());
+    Log(kiv::LogInfo, "settings loaded from " + config);
     std::printf("== Strings and encodings ==\n");
     kiv::String text(TextEncodingExp::MakeUTF8(), bytes.data(),
                      static_cast<unsigned>(bytes.size()));
@@ -144,8 +180,8 @@ int main(int argc, char** argv) {
     if (!bytes.empty() && bytes.back() != '\n') std::printf("\n");
 
     ChunkedDemo(wire);
-  } catch (const kiv::Exception& e) {
-    std::fprintf(stderr, "failed: %s\n", ToUtf8(e.ToString()).c_str());
+  } catch (...) {
+    std::fprintf(stderr, "kiv_demo failed: %s\n", kiv::DescribeCurrentException().c_str());
     return 1;
   }
   return 0;

@@ -80,7 +80,8 @@ TEST_F(LogTest, ConfigurationSetsTheThresholdButNeverLetsDebugThrough) {
 }
 
 TEST_F(LogTest, EntriesCarryTheStampAndTheIdentification) {
-  const std::regex layout(R"(\[\d\d/[A-Z][a-z][a-z]/\d{4}:\d\d:\d\d:\d\d [+-]\d{4}\] host: message\n)");
+  const std::regex layout(
+      R"(\[\d\d/[A-Z][a-z][a-z]/\d{4}:\d\d:\d\d:\d\d [+-]\d{4}\] host: message\n)");
   EXPECT_TRUE(std::regex_match(Entry(LogError), layout)) << Entry(LogError);
 
   sink_->text.clear();
@@ -90,8 +91,11 @@ TEST_F(LogTest, EntriesCarryTheStampAndTheIdentification) {
   EXPECT_NE(sink_->text.find("] other: m"), std::string::npos);
   EXPECT_THROW(LogWriterExp::Make(Wide("Warn")), NoSuchNamedElementException);
 
-  // A writer keeps the stream it was made with.
+  // A writer keeps the stream it was made with; an empty stream handle disables the log.
   Writer before = LogWriterExp::Make(LogError);
+  LogWriterExp::Init(SyncOutputStream());
+  EXPECT_EQ(Entry(LogError), "");
+  LogWriterExp::Init(SyncOutputStream(sink_.Get()));
   LogWriterExp::Disable();
   EXPECT_EQ(Entry(LogError), "");
   sink_->text.clear();

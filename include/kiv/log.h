@@ -20,6 +20,9 @@
 // entries through: "debug" reads as "info", so debug output stays off by design (it is for a
 // developer who changes the threshold in the code, not for an operator's settings file). A word
 // that is no level word, and an enabled setting that is no boolean, leave the previous state.
+// The log state listens from its first use on (any LogWriterExp or DebugWriterExp call) and is not
+// told of earlier publications, so a host touches the log (Init, say) before it publishes its
+// preferences; until it hears of one, the defaults hold.
 //
 // Thread safety: any thread may ask for writers at any time; each call makes a writer of its own
 // (one thread uses it). Nothing here locks the log stream itself, so a process that logs from
