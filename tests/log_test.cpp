@@ -89,7 +89,7 @@ TEST_F(LogTest, EntriesCarryTheStampAndTheIdentification) {
   named->Write("m");
   named->Flush();
   EXPECT_NE(sink_->text.find("] other: m"), std::string::npos);
-  EXPECT_THROW(LogWriterExp::Make(Wide("Warn")), NoSuchNamedElementException);
+  EXPECT_THROW(static_cast<void>(LogWriterExp::Make(Wide("Warn"))), NoSuchNamedElementException);
 
   // A writer keeps the stream it was made with; an empty stream handle disables the log.
   Writer before = LogWriterExp::Make(LogError);
