@@ -14,11 +14,14 @@
 // and answers each line through a Writer on a chunked output stream, printing the raw answer.
 #include <kiv/kiv.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
-#include <iterator>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
 #include <string>
+#include <system_error>
 #include <vector>
 
 namespace {
@@ -58,14 +61,32 @@ std::string ToUtf8(const kiv::String& s) {
   return std::string(static_cast<const char*>(u->GetData()), u->ByteLength());
 }
 
-bool ReadFile(const char* path, std::string& bytes) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) {
-    std::fprintf(stderr, "cannot read %s\n", path);
-    return false;
-  }
-  bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  return true;
+// A failure of the demo's own, with what went wrong; main prints it.
+struct DemoError : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
+// Writes report what they could not do by a false result; the demo stops at the first one, so
+// an answer is never cut short in silence.
+void Check(bool written, const char* what) {
+  if (!written) throw DemoError(std::string("could not write ") + what);
+}
+
+// Reads a whole file, or says why not (a missing file, a directory, a read error).
+std::string ReadFile(const std::string& path) {
+  std::error_code ec;
+  if (std::filesystem::is_directory(path, ec)) throw DemoError(path + ": is a directory");
+  std::FILE* file = std::fopen(path.c_str(), "rb");
+  if (file == nullptr) throw DemoError(path + ": " + std::strerror(errno));
+  std::string bytes;
+  char block[16 * 1024];
+  std::size_t n;
+  while ((n = std::fread(block, 1, sizeof block, file)) > 0) bytes.append(block, n);
+  bool failed = std::ferror(file) != 0;
+  int error = errno;
+  std::fclose(file);
+  if (failed) throw DemoError(path + ": " + std::strerror(error));
+  return bytes;
 }
 
 // Prints bytes with CR and LF made visible, so that chunk framing can be read.
@@ -90,6 +111,7 @@ int AnswerChunkedLines(const kiv::SyncInputStream& request, const kiv::SyncOutpu
   kiv::Reader reader = kiv::ReaderExp::Make(
       kiv::TextInputStreamExp::Make(body, kiv::BufferExp::Make(4096), utf8), 5000);
   int count = 0;
+  const char* const kAnswer = "the answer";
   {
     // Each Write of the chunked stream is one chunk; a write-behind buffer in front of it makes
     // chunks of up to 4 KiB instead of one per piece of text.
@@ -100,18 +122,14 @@ int AnswerChunkedLines(const kiv::SyncInputStream& request, const kiv::SyncOutpu
     while (reader->ReadLine(line)) {  // each line keeps its line feed
       std::printf("  line %d: %s", count + 1, ToUtf8(line->Trim()->Quote()).c_str());
       std::printf("\n");
-      writer->Write(++count);
-      writer->Write(": ");
-      writer->Write(line);
+      Check(writer->Write(++count) && writer->Write(": ") && writer->Write(line), kAnswer);
     }
-    writer->NewLine();
     // An answer's date, as a host puts it in its Date header.
-    writer->Write("date: ");
-    writer->Write(kiv::DateStringExp::Make(kiv::DateExp::Make(kiv::DateExp::Now(), 0)));
-    writer->NewLine();
-    writer->Write("lines: ");
-    writer->Write(count);
-    writer->NewLine();
+    Check(writer->NewLine() && writer->Write("date: ") &&
+              writer->Write(kiv::DateStringExp::Make(kiv::DateExp::Make(kiv::DateExp::Now(), 0))) &&
+              writer->NewLine() && writer->Write("lines: ") && writer->Write(count) &&
+              writer->NewLine(),
+          kAnswer);
     writer->Flush();  // a buffered stream does not flush itself on release
   }                   // releasing the chunked stream writes the last chunk, "0\r\n\r\n"
   return count;
@@ -122,15 +140,26 @@ void ChunkedDemo(const std::string& wire) {
   std::vector<char> in_bytes(wire.begin(), wire.end());
   kiv::SyncInputStream request = kiv::SyncInputStreamExp::Make(
       kiv::BufferExp::Make(in_bytes.data(), static_cast<unsigned>(in_bytes.size())));
-  std::vector<char> out_bytes(64 * 1024);
-  kiv::SyncOutputStream response = kiv::SyncOutputStreamExp::Make(
-      kiv::BufferExp::Make(out_bytes.data(), static_cast<unsigned>(out_bytes.size())));
-  int lines = AnswerChunkedLines(request, response);
-  auto written = static_cast<std::size_t>(response->ToStreamMarker()->GetLength());
-  Log(kiv::LogInfo, "answered " + std::to_string(lines) + " lines in " + std::to_string(written) +
-                        " bytes of chunked coding");
-  std::printf("answered %d lines in a chunked body of %zu bytes:\n", lines, written);
-  PrintRaw(out_bytes.data(), written);
+  // The answer goes to a temporary file, which grows as needed, and is printed from there.
+  std::FILE* file = std::tmpfile();
+  if (file == nullptr) throw DemoError(std::string("temporary file: ") + std::strerror(errno));
+  std::unique_ptr<std::FILE, int (*)(std::FILE*)> closer(file, &std::fclose);
+  int lines = AnswerChunkedLines(request, kiv::SyncOutputStreamExp::Make(file));
+  std::string answer;
+  std::rewind(file);
+  char block[16 * 1024];
+  for (std::size_t n; (n = std::fread(block, 1, sizeof block, file)) > 0;) answer.append(block, n);
+  // The last chunk is written when the chunked stream is released, where no result can be
+  // returned: check that it arrived.
+  const std::string last_chunk = "0\r\n\r\n";
+  if (std::ferror(file) != 0 || answer.size() < last_chunk.size() ||
+      answer.compare(answer.size() - last_chunk.size(), last_chunk.size(), last_chunk) != 0) {
+    throw DemoError("the answer's last chunk was not written");
+  }
+  Log(kiv::LogInfo, "answered " + std::to_string(lines) + " lines in " +
+                        std::to_string(answer.size()) + " bytes of chunked coding");
+  std::printf("answered %d lines in a chunked body of %zu bytes:\n", lines, answer.size());
+  PrintRaw(answer.data(), answer.size());
 }
 
 }  // namespace
@@ -140,14 +169,15 @@ int main(int argc, char** argv) {
   std::string config = KIV_DEMO_CONFIG;
   std::string bytes = kSample;
   std::string wire = kChunkedSample;
+  std::string text_path, chunked_path;
   for (int i = 1; i < argc; ++i) {
     bool has_value = i + 1 < argc;
     if (std::strcmp(argv[i], "--config") == 0 && has_value) {
       config = argv[++i];
     } else if (std::strcmp(argv[i], "--text") == 0 && has_value) {
-      if (!ReadFile(argv[++i], bytes)) return 1;
+      text_path = argv[++i];
     } else if (std::strcmp(argv[i], "--chunked") == 0 && has_value) {
-      if (!ReadFile(argv[++i], wire)) return 1;
+      chunked_path = argv[++i];
     } else {
       std::fprintf(stderr, "usage: kiv_demo [--config FILE] [--text FILE] [--chunked FILE]\n");
       return 2;
@@ -156,6 +186,8 @@ int main(int argc, char** argv) {
 
   try {
     using kiv::TextEncodingExp;
+    if (!text_path.empty()) bytes = ReadFile(text_path);
+    if (!chunked_path.empty()) wire = ReadFile(chunked_path);
     Configure(config.c_str());
     Log(kiv::LogInfo, "settings loaded from " + config);
     std::printf("== Strings and encodings ==\n");
@@ -180,6 +212,13 @@ int main(int argc, char** argv) {
     if (!bytes.empty() && bytes.back() != '\n') std::printf("\n");
 
     ChunkedDemo(wire);
+    // Output to a closed pipe or a full disk is a failure too.
+    if (std::fflush(stdout) != 0 || std::ferror(stdout) != 0) {
+      throw DemoError(std::string("standard output: ") + std::strerror(errno));
+    }
+  } catch (const DemoError& e) {
+    std::fprintf(stderr, "kiv_demo: %s\n", e.what());
+    return 1;
   } catch (...) {
     std::fprintf(stderr, "kiv_demo failed: %s\n", kiv::DescribeCurrentException().c_str());
     return 1;
