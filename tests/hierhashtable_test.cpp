@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "support/recording_node.h"
 #include "support/test_support.h"
 
 namespace kiv {
@@ -24,7 +25,7 @@ std::vector<std::string> KeysOf(const HierHashtable& t) {
   return out;
 }
 
-// A tree that records its shape as text, to show that a failed call changed nothing.
+// A tree's shape as text: each name followed by the shape of its node.
 std::string Shape(const HierHashtable& t) {
   std::string out = "(";
   for (const std::string& k : KeysOf(t)) {
@@ -103,31 +104,107 @@ TEST(HierHashtablePaths, WalkingWithDotsAndSeparators) {
                InvalidKeyException);
 }
 
-TEST(HierHashtablePaths, FailedChangesLeaveTheTreeAsItWas) {
+// The shape left by a change to a tree holding a/b that must throw E.
+template <class E, class Change>
+std::string ShapeAfterFailure(Change change) {
   HierHashtable root = HierHashtableExp::Make();
   root->MakePath(Wide("a/b"), 0x1FF, 0);
-  const std::string before = Shape(root);
-  EXPECT_THROW(root->MakePath(Wide("n/m/"), 0x1FF, 0), InvalidKeyException);
-  EXPECT_THROW(root->MakePath(Wide("n//m"), 0x1FF, 0), InvalidKeyException);
-  EXPECT_THROW(root->MakePath(Wide("a/n/../m"), 0x1FF, 0), KeyOutOfBoundsException);
-  EXPECT_THROW(root->MakePath(Wide("a/n/.."), 0x1FF, 0), KeyOutOfBoundsException);
-  HierHashtable node = HierHashtableExp::Make();
-  EXPECT_THROW(root->Put(Wide("n/m/."), node), KeyIsIdentityException);
-  EXPECT_THROW(root->Put(Wide("n/./"), node), KeyIsIdentityException);
-  EXPECT_THROW(root->Put(Wide("."), node), KeyIsIdentityException);
-  EXPECT_THROW(root->Remove(Wide("a/."), 0), KeyIsIdentityException);
-  EXPECT_THROW(root->Remove(Wide("n/b"), 0), NoSuchNamedElementException);
-  EXPECT_THROW(root->Remove(Wide("a/b/"), 0), InvalidKeyException);
-  EXPECT_EQ(Shape(root), before);
+  EXPECT_THROW(change(root), E);
+  return Shape(root);
+}
+
+// Creating walks make each node as they reach it: a failure keeps what was made before it.
+TEST(HierHashtablePaths, FailedChangesKeepTheNodesMadeBeforeTheFailure) {
+  auto make = [](const char* path) {
+    return [path](HierHashtable t) { t->MakePath(Wide(path), 0x1FF, 0); };
+  };
+  auto put = [](const char* path) {
+    return [path](HierHashtable t) { t->Put(Wide(path), HierHashtableExp::Make()); };
+  };
+  const std::string untouched = "(a(b() ) )";
+  // At the first name.
+  EXPECT_EQ(ShapeAfterFailure<InvalidKeyException>(make("/n")), untouched);
+  EXPECT_EQ(ShapeAfterFailure<KeyOutOfBoundsException>(make("../n")), untouched);
+  EXPECT_EQ(ShapeAfterFailure<KeyIsIdentityException>(put(".")), untouched);
+  EXPECT_EQ(ShapeAfterFailure<KeyIsIdentityException>(put("./")), untouched);
+  // In the middle.
+  EXPECT_EQ(ShapeAfterFailure<InvalidKeyException>(make("n//m")), "(a(b() ) n() )");
+  EXPECT_EQ(ShapeAfterFailure<KeyOutOfBoundsException>(make("a/n/../m")), "(a(b() n() ) )");
+  EXPECT_EQ(ShapeAfterFailure<InvalidKeyException>(put("a/n//m/o")), "(a(b() n() ) )");
+  // At the last name.
+  EXPECT_EQ(ShapeAfterFailure<InvalidKeyException>(make("n/m/")), "(a(b() ) n(m() ) )");
+  EXPECT_EQ(ShapeAfterFailure<KeyOutOfBoundsException>(make("a/n/..")), "(a(b() n() ) )");
+  EXPECT_EQ(ShapeAfterFailure<KeyIsIdentityException>(put("n/m/.")), "(a(b() ) n(m() ) )");
+  EXPECT_EQ(ShapeAfterFailure<KeyIsIdentityException>(put("n/./")), "(a(b() ) n() )");
+  EXPECT_EQ(ShapeAfterFailure<InvalidKeyException>(put("a/b/n/")), "(a(b(n() ) ) )");
+  // Remove never creates.
+  EXPECT_EQ(ShapeAfterFailure<NoSuchNamedElementException>(
+                [](HierHashtable t) { t->Remove(Wide("n/b"), 0); }),
+            untouched);
+  EXPECT_EQ(
+      ShapeAfterFailure<KeyIsIdentityException>([](HierHashtable t) { t->Remove(Wide("a/."), 0); }),
+      untouched);
+
+  // An inner ".." reports the path that remained where it was met.
+  HierHashtable root = HierHashtableExp::Make();
+  try {
+    root->MakePath(Wide("p/q/../r"), 0x1FF, 0);
+    FAIL();
+  } catch (const KeyOutOfBoundsException& e) {
+    EXPECT_EQ(Utf8(e.What()), "../r");
+  }
+  EXPECT_TRUE(root->ContainsKey(Wide("p/q")));
 
   // Put returns what it replaced; Remove detaches and returns it; absent last names give empty.
+  HierHashtable node = HierHashtableExp::Make();
   EXPECT_FALSE(!!root->Put(Wide("a/c/d"), node));
   EXPECT_EQ(root->Get(Wide("a/c/d")).Get(), node.Get());
   EXPECT_EQ(root->Put(Wide("a/c/d"), HierHashtableExp::Make()).Get(), node.Get());
-  HierHashtable b = root->Get(Wide("a/b"));
-  EXPECT_EQ(root->Remove(Wide("a/b"), 0).Get(), b.Get());
-  EXPECT_FALSE(!!root->Remove(Wide("a/b"), 0));
-  EXPECT_EQ(KeysOf(root->Get(Wide("a"))), std::vector<std::string>{"c"});
+  HierHashtable q = root->Get(Wide("p/q"));
+  EXPECT_EQ(root->Remove(Wide("p/q"), 0).Get(), q.Get());
+  EXPECT_FALSE(!!root->Remove(Wide("p/q"), 0));
+  EXPECT_EQ(KeysOf(root), (std::vector<std::string>{"p", "a"}));
+}
+
+// A child of another class gets the rest of the path through its own operation, untouched, and
+// judges it by its own rules; what comes before it is the tree's to judge.
+TEST(HierHashtablePaths, ChildrenOfOtherClassesJudgeTheRestThemselves) {
+  HierHashtable root = HierHashtableExp::Make();
+  Ref<testing::RecordingNode> dir(new testing::RecordingNode);
+  root->Put(Wide("a/dir"), HierHashtable(dir.Get()));
+  EXPECT_TRUE(root->ContainsKey(Wide("a/dir/x//y")));
+  EXPECT_EQ(root->Get(Wide("a/./dir/../x")).Get(), dir.Get());
+  EXPECT_EQ(root->MakePath(Wide("a/dir/x/"), 0x1FF, 7).Get(), dir.Get());
+  EXPECT_FALSE(!!root->Put(Wide("a/dir/."), HierHashtableExp::Make()));
+  EXPECT_EQ(
+      root->Remove(String(TextEncodingExp::MakeUTF8(), static_cast<const void*>("a/dir/é")), 3)
+          .Get(),
+      dir.Get());
+  EXPECT_THROW(root->MakePath(Wide("a//dir/x"), 0x1FF, 0), InvalidKeyException);
+  EXPECT_THROW(root->Get(Wide("a/../dir/x")), KeyOutOfBoundsException);
+  EXPECT_EQ(dir->calls, (std::vector<std::string>{"ContainsKey x//y", "Get ../x",
+                                                  "MakePath x/ 511 7", "Put .", "Remove é 3"}));
+
+  // The one-level adapter reads the whole rest as one key, separators and all, and refuses to
+  // make what its table lacks.
+  Hashtable flat = HashtableExp::Make();
+  flat->Put(Wide("k/x"), Wide("v"));
+  root->Put(Wide("a/flat"), HierHashtableExp::Make(flat));
+  EXPECT_EQ(Utf8(String(root->Get(Wide("a/flat/k/x"))->First())), "v");
+  HierHashtable z = HierHashtableExp::Make();
+  z->AddLast(Wide("z"));
+  root->Put(Wide("a/flat/k//z"), z);
+  EXPECT_EQ(Utf8(String(flat->Get(Wide("k//z")))), "z");
+  EXPECT_THROW(root->MakePath(Wide("a/flat/k/y"), 0x1FF, 0), AccessException);
+  EXPECT_THROW(root->MakePath(Wide("a/flat/.."), 0x1FF, 0), KeyOutOfBoundsException);
+  EXPECT_FALSE(root->ContainsKey(Wide("a/flat/k")));
+
+  // A table of another class may hand out nodes that nothing else keeps alive.
+  flat->Put(Wide("w"), Wide("vw"));
+  Hashtable wrapping = HashtableExp::Make(HierHashtableExp::Make(flat));
+  HierHashtable over = HierHashtableExp::Make(ContainerExp::MakeList(), wrapping, false);
+  EXPECT_EQ(Utf8(String(over->Get(Wide("w/."))->First())), "vw");
+  EXPECT_TRUE(over->ContainsKey(Wide("w/.")));
 }
 
 TEST(HierHashtablePaths, ValuesOnTheWayAndChildCaseRule) {

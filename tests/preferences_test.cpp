@@ -96,6 +96,25 @@ TEST_F(PreferencesTest, FirstLevelHidesDefaultsWholeAndRemoveUncoversThem) {
   EXPECT_FALSE(prefs->ContainsKey(Wide("c")));
 }
 
+// Paths through the registry reach the published tree through its own operations: defaults show
+// through, and a failing path keeps the first-level nodes made before the failure.
+TEST_F(PreferencesTest, RegistryPathsAreWalkedOnByThePublishedTree) {
+  PublishFile();
+  HierHashtable registry = RegistryExp::MakeRegistry();
+  EXPECT_TRUE(registry->ContainsKey(Wide("preferences/a/y")));
+  EXPECT_EQ(First(registry, "preferences/b"), "db");
+  EXPECT_EQ(First(registry->MakePath(Wide("preferences/a/x"), 0x1FF, 0), "."), "fx1");
+  EXPECT_THROW(registry->MakePath(Wide("preferences/a/n/m/"), 0x1FF, 0), InvalidKeyException);
+  EXPECT_THROW(registry->Put(Wide("preferences/b/o/.."), HierHashtableExp::Make()),
+               KeyOutOfBoundsException);
+  ConstHierHashtable published = PreferencesExp::MakePrefs();
+  EXPECT_TRUE(published->ContainsKey(Wide("a/n/m")));
+  EXPECT_TRUE(published->ContainsKey(Wide("b/o")));
+  EXPECT_EQ(First(published, "b"), "db");  // the override made on the way has no values
+  registry->Remove(Wide("preferences/a/n"), 0);
+  EXPECT_FALSE(published->ContainsKey(Wide("a/n")));
+}
+
 TEST_F(PreferencesTest, ModifiableCopiesArePrivateUntilPublishedAndStoreTheirFirstLevel) {
   PublishFile();
   Ref<ModifiablePreferencesItf> prefs = PreferencesExp::MakeModifiable();

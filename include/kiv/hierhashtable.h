@@ -32,6 +32,13 @@ class Writer;
 // doubled or trailing separator; KeyOutOfBoundsException for any ".." component;
 // NoSuchNamedElementException when a name on the way is missing (Get, Remove). ContainsKey
 // answers false instead of throwing InvalidKeyException.
+//
+// A path is walked one name at a time: a node hands the rest of the path to the child it names
+// through the child's own operation of the same kind, so a child of another class (a directory,
+// an adapter, a two-level preferences node) judges the rest by its own rules. MakePath and Put
+// make each missing node as they reach it, so a path that fails further on (a doubled or
+// trailing separator, a "..", a "." that Put cannot replace) keeps the nodes made before the
+// failing name.
 struct KIV_EXPORT HierHashtableItf : public ContainerItf {
   ~HierHashtableItf() override;
 

@@ -1,5 +1,6 @@
 // The general tree node, its factory singleton and the node factories.
 #include <typeinfo>
+#include <utility>
 
 #include "collections/hashtable_impl.h"
 #include "collections/hierhashtable_impl.h"
@@ -18,10 +19,6 @@ const unsigned short kParentName[] = {'.', '.', 0};
 const unsigned short kEmptyName[] = {0};
 
 bool IsUsablePath(const String& path) { return !!path && path->ByteLength() != 0; }
-
-void CheckPath(const String& path) {
-  if (!IsUsablePath(path)) throw InvalidKeyException();
-}
 
 // The node an entry holds, or null for an empty entry or one that holds something else. A general
 // node is recognised by its exact type and reached through its most derived object, which needs
@@ -172,6 +169,17 @@ Object& HierHashtableImpl::LookupEntry(const WidePath& path, std::uint32_t name,
   return table_->Lookup(path.Part(name, name_end));
 }
 
+// A missing entry, or one holding something other than a node, gets a new node; a value stored
+// there is overwritten on purpose.
+HierHashtableItf* HierHashtableImpl::ChildMade(const WidePath& path, std::uint32_t name,
+                                               std::uint32_t name_end) {
+  Object& slot = LookupEntry(path, name, name_end);
+  if (HierHashtableItf* child = NodeOrNull(slot)) return child;
+  HierHashtable made = MakeChild();
+  slot = made;
+  return made.Get();
+}
+
 HierHashtableImpl* HierHashtableImpl::AsImpl(HierHashtableItf* node) noexcept {
   return typeid(*node) == typeid(HierHashtableImpl) ? static_cast<HierHashtableImpl*>(node)
                                                     : nullptr;
@@ -196,268 +204,191 @@ void HierHashtableImpl::Reserved(std::int32_t) {}
 
 Ref<EnumerationItf> HierHashtableImpl::Keys() const { return table_->Keys(); }
 
-bool HierHashtableImpl::ContainsKey(const String& path) const {
-  if (!IsUsablePath(path)) return false;
-  WidePath wp(path);
+// ---- the path walk ----
+
+template <class Op>
+typename Op::Result HierHashtableImpl::Walk(typename Op::Node* node, const String& path, Op op) {
+  if (!IsUsablePath(path)) return op.Malformed();
+  const WidePath wp(path);
   const unsigned short* u = wp.Units();
   const std::uint32_t end = wp.Count();
-  const HierHashtableImpl* node = this;
   std::uint32_t begin = 0;
   for (;;) {
-    Step s = node->Split(u, begin, end);
+    const Step s = node->Split(u, begin, end);
     switch (s.kind) {
       case Step::kEmpty:
       case Step::kLeading:
-        return false;
-      case Step::kLastSelf:
-        return true;
+        return op.Malformed();
       case Step::kLastParent:
         throw KeyOutOfBoundsException(GetHierHashtableFactory()->Empty());
-      case Step::kLastName: {
-        Object holder;
-        return node->FindEntry(u + s.name, s.name_end - s.name, holder) != nullptr;
-      }
       case Step::kInnerParent:
         throw KeyOutOfBoundsException(wp.Part(begin, end));
+      case Step::kLastSelf:
+        return op.Self(node);
       case Step::kInnerSelf:
-        if (s.rest == end) return true;
-        begin = s.rest;
-        continue;
+        if (s.rest == end) return op.Self(node);
+        break;
+      case Step::kLastName:
+        return op.Last(node, wp, s);
       case Step::kInnerName: {
-        Object holder;
-        const Object* entry = node->FindEntry(u + s.name, s.name_end - s.name, holder);
-        HierHashtableItf* child = entry != nullptr ? NodeOrNull(*entry) : nullptr;
-        if (child == nullptr) return false;
-        if (HierHashtableImpl* impl = AsImpl(child)) {
-          node = impl;
-          begin = s.rest;
-          continue;
-        }
-        return child->ContainsKey(wp.Part(s.rest, end));
+        HierHashtableItf* child = op.Child(node, wp, s);
+        // Only ContainsKey finds no child without throwing; its answer is then false.
+        if (child == nullptr) return typename Op::Result();
+        HierHashtableImpl* general = AsImpl(child);
+        if (general == nullptr) return op.Call(*child, wp.Part(s.rest, end));
+        node = general;
+        break;
       }
     }
+    begin = s.rest;
   }
+}
+
+// What a reading walk finds. A table of another class hands out copies of its entries, which may
+// be the only reference to the node found: `holder` keeps the entry just found and `reached` the
+// node the walk has gone on to, so each lives as long as the walk uses it.
+struct HierHashtableImpl::Found {
+  const Object* Entry(const HierHashtableImpl* node, const WidePath& wp, const Step& s) {
+    return node->FindEntry(wp.Units() + s.name, s.name_end - s.name, holder);
+  }
+  HierHashtableItf* Reached(HierHashtableItf* child) {
+    reached = std::move(holder);
+    return child;
+  }
+
+  Object holder;
+  Object reached;
+};
+
+struct HierHashtableImpl::ContainsWalk : Found {
+  using Node = const HierHashtableImpl;
+  using Result = bool;
+
+  static bool Malformed() { return false; }
+  static bool Self(Node*) { return true; }
+  bool Last(Node* node, const WidePath& wp, const Step& s) { return Entry(node, wp, s) != nullptr; }
+  // Null for a missing name or one that holds no node.
+  HierHashtableItf* Child(Node* node, const WidePath& wp, const Step& s) {
+    const Object* entry = Entry(node, wp, s);
+    return entry != nullptr ? Reached(NodeOrNull(*entry)) : nullptr;
+  }
+  static bool Call(const HierHashtableItf& child, const String& rest) {
+    return child.ContainsKey(rest);
+  }
+};
+
+// Get, and the descent of Remove: a missing name is NoSuchNamedElementException, an entry that
+// holds something other than a node fails the checked cast.
+struct HierHashtableImpl::GetWalk : Found {
+  using Node = const HierHashtableImpl;
+  using Result = HierHashtable;
+
+  [[noreturn]] static HierHashtable Malformed() { throw InvalidKeyException(); }
+  static HierHashtable Self(Node* node) { return HierHashtable(node); }
+  HierHashtable Last(Node* node, const WidePath& wp, const Step& s) {
+    return HierHashtable(NodeOf(Present(node, wp, s)));
+  }
+  HierHashtableItf* Child(Node* node, const WidePath& wp, const Step& s) {
+    HierHashtableItf* child = NodeOf(Present(node, wp, s));
+    // An entry that holds an empty handle has no node to descend into.
+    if (child == nullptr) throw NoSuchNamedElementException(wp.Part(s.name, s.name_end));
+    return Reached(child);
+  }
+  static HierHashtable Call(const HierHashtableItf& child, const String& rest) {
+    return child.Get(rest);
+  }
+
+  const Object& Present(Node* node, const WidePath& wp, const Step& s) {
+    const Object* entry = Entry(node, wp, s);
+    if (entry == nullptr) throw NoSuchNamedElementException(wp.Part(s.name, s.name_end));
+    return *entry;
+  }
+};
+
+struct HierHashtableImpl::MakePathWalk {
+  using Node = HierHashtableImpl;
+  using Result = HierHashtable;
+
+  [[noreturn]] static HierHashtable Malformed() { throw InvalidKeyException(); }
+  static HierHashtable Self(Node* node) { return HierHashtable(node); }
+  static HierHashtable Last(Node* node, const WidePath& wp, const Step& s) {
+    return HierHashtable(Child(node, wp, s));
+  }
+  static HierHashtableItf* Child(Node* node, const WidePath& wp, const Step& s) {
+    return node->ChildMade(wp, s.name, s.name_end);
+  }
+  HierHashtable Call(HierHashtableItf& child, const String& rest) const {
+    return child.MakePath(rest, mode, extra);
+  }
+
+  std::uint32_t mode;
+  std::int32_t extra;
+};
+
+// Inner names are walked as MakePath walks them; the last name's entry is replaced.
+struct HierHashtableImpl::PutWalk {
+  using Node = HierHashtableImpl;
+  using Result = HierHashtable;
+
+  [[noreturn]] static HierHashtable Malformed() { throw InvalidKeyException(); }
+  [[noreturn]] static HierHashtable Self(Node*) { throw KeyIsIdentityException(); }
+  HierHashtable Last(Node* node, const WidePath& wp, const Step& s) const {
+    Object& slot = node->LookupEntry(wp, s.name, s.name_end);
+    HierHashtable old(NodeOrNull(slot));
+    slot = value;
+    return old;
+  }
+  static HierHashtableItf* Child(Node* node, const WidePath& wp, const Step& s) {
+    return MakePathWalk::Child(node, wp, s);
+  }
+  HierHashtable Call(HierHashtableItf& child, const String& rest) const {
+    return child.Put(rest, value);
+  }
+
+  const HierHashtable& value;
+};
+
+// Inner names are walked as Get walks them; the last name's entry is taken out of the table.
+struct HierHashtableImpl::RemoveWalk {
+  using Node = HierHashtableImpl;
+  using Result = HierHashtable;
+
+  [[noreturn]] static HierHashtable Malformed() { throw InvalidKeyException(); }
+  [[noreturn]] static HierHashtable Self(Node*) { throw KeyIsIdentityException(); }
+  static HierHashtable Last(Node* node, const WidePath& wp, const Step& s) {
+    Object removed = node->table_->Remove(wp.Part(s.name, s.name_end));
+    return HierHashtable(NodeOrNull(removed));
+  }
+  HierHashtableItf* Child(Node* node, const WidePath& wp, const Step& s) {
+    return descent.Child(node, wp, s);
+  }
+  HierHashtable Call(HierHashtableItf& child, const String& rest) const {
+    return child.Remove(rest, extra);
+  }
+
+  std::int32_t extra;
+  GetWalk descent;
+};
+
+bool HierHashtableImpl::ContainsKey(const String& path) const {
+  return Walk(this, path, ContainsWalk{});
 }
 
 HierHashtable HierHashtableImpl::Get(const String& path) const {
-  CheckPath(path);
-  WidePath wp(path);
-  const unsigned short* u = wp.Units();
-  const std::uint32_t end = wp.Count();
-  const HierHashtableImpl* node = this;
-  std::uint32_t begin = 0;
-  for (;;) {
-    Step s = node->Split(u, begin, end);
-    switch (s.kind) {
-      case Step::kEmpty:
-      case Step::kLeading:
-        throw InvalidKeyException();
-      case Step::kLastSelf:
-        return HierHashtable(node);
-      case Step::kLastParent:
-        throw KeyOutOfBoundsException(GetHierHashtableFactory()->Empty());
-      case Step::kInnerParent:
-        throw KeyOutOfBoundsException(wp.Part(begin, end));
-      case Step::kInnerSelf:
-        if (s.rest == end) return HierHashtable(node);
-        begin = s.rest;
-        continue;
-      case Step::kLastName:
-      case Step::kInnerName: {
-        Object holder;
-        const Object* entry = node->FindEntry(u + s.name, s.name_end - s.name, holder);
-        if (entry == nullptr) throw NoSuchNamedElementException(wp.Part(s.name, s.name_end));
-        HierHashtableItf* child = NodeOf(*entry);
-        if (s.kind == Step::kLastName) return HierHashtable(child);
-        // An entry that holds an empty handle has no node to descend into.
-        if (child == nullptr) throw NoSuchNamedElementException(wp.Part(s.name, s.name_end));
-        if (HierHashtableImpl* impl = AsImpl(child)) {
-          node = impl;
-          begin = s.rest;
-          continue;
-        }
-        return child->Get(wp.Part(s.rest, end));
-      }
-    }
-  }
-}
-
-// The creating walks change the tree only after this dry run has passed, so a path that fails
-// leaves the tree as it was. Nodes that the walk would create split with the separator of the
-// node that creates them, so the dry run keeps that node's rules for the rest of the path; an
-// existing child of another class applies rules of its own and checks its part itself.
-void HierHashtableImpl::CheckCreatingWalk(const WidePath& wp, Walk walk) const {
-  const unsigned short* u = wp.Units();
-  const std::uint32_t end = wp.Count();
-  const HierHashtableImpl* node = this;
-  bool creating = false;
-  std::uint32_t begin = 0;
-  for (;;) {
-    Step s = node->Split(u, begin, end);
-    switch (s.kind) {
-      case Step::kEmpty:
-      case Step::kLeading:
-        throw InvalidKeyException();
-      case Step::kLastSelf:
-        if (walk == Walk::kPut) throw KeyIsIdentityException();
-        return;
-      case Step::kLastParent:
-        throw KeyOutOfBoundsException(GetHierHashtableFactory()->Empty());
-      case Step::kLastName:
-        return;
-      case Step::kInnerParent:
-        throw KeyOutOfBoundsException(wp.Part(begin, end));
-      case Step::kInnerSelf:
-        if (s.rest == end) {
-          if (walk == Walk::kPut) throw KeyIsIdentityException();
-          return;
-        }
-        begin = s.rest;
-        continue;
-      case Step::kInnerName:
-        if (!creating) {
-          Object holder;
-          const Object* entry = node->FindEntry(u + s.name, s.name_end - s.name, holder);
-          HierHashtableItf* child = entry != nullptr ? NodeOrNull(*entry) : nullptr;
-          if (child == nullptr) {
-            creating = true;
-          } else if (HierHashtableImpl* impl = AsImpl(child)) {
-            node = impl;
-          } else {
-            return;
-          }
-        }
-        begin = s.rest;
-        continue;
-    }
-  }
+  return Walk(this, path, GetWalk{});
 }
 
 HierHashtable HierHashtableImpl::MakePath(const String& path, std::uint32_t mode,
                                           std::int32_t extra) {
-  CheckPath(path);
-  WidePath wp(path);
-  CheckCreatingWalk(wp, Walk::kMakePath);
-  const std::uint32_t end = wp.Count();
-  HierHashtableImpl* node = this;
-  std::uint32_t begin = 0;
-  for (;;) {
-    Step s = node->Split(wp.Units(), begin, end);
-    switch (s.kind) {
-      case Step::kLastSelf:
-        return HierHashtable(node);
-      case Step::kInnerSelf:
-        if (s.rest == end) return HierHashtable(node);
-        begin = s.rest;
-        continue;
-      case Step::kLastName:
-      case Step::kInnerName: {
-        Object& slot = node->LookupEntry(wp, s.name, s.name_end);
-        HierHashtableItf* child = NodeOrNull(slot);
-        if (child == nullptr) {
-          // A missing entry, or one holding something other than a node, gets a new node; a
-          // value stored there is overwritten on purpose.
-          HierHashtable made = node->MakeChild();
-          slot = made;
-          child = made.Get();
-        }
-        if (s.kind == Step::kLastName) return HierHashtable(child);
-        if (HierHashtableImpl* impl = AsImpl(child)) {
-          node = impl;
-          begin = s.rest;
-          continue;
-        }
-        return child->MakePath(wp.Part(s.rest, end), mode, extra);
-      }
-      default:
-        // The dry run has already raised every failure of the path's form.
-        throw InvalidKeyException();
-    }
-  }
+  return Walk(this, path, MakePathWalk{mode, extra});
 }
 
-HierHashtable HierHashtableImpl::Put(const String& path, const HierHashtable& value) {
-  CheckPath(path);
-  WidePath wp(path);
-  CheckCreatingWalk(wp, Walk::kPut);
-  const std::uint32_t end = wp.Count();
-  HierHashtableImpl* node = this;
-  std::uint32_t begin = 0;
-  for (;;) {
-    Step s = node->Split(wp.Units(), begin, end);
-    switch (s.kind) {
-      case Step::kInnerSelf:
-        begin = s.rest;
-        continue;
-      case Step::kLastName: {
-        Object& slot = node->LookupEntry(wp, s.name, s.name_end);
-        HierHashtable old(NodeOrNull(slot));
-        slot = value;
-        return old;
-      }
-      case Step::kInnerName: {
-        Object& slot = node->LookupEntry(wp, s.name, s.name_end);
-        HierHashtableItf* child = NodeOrNull(slot);
-        if (child == nullptr) {
-          HierHashtable made = node->MakeChild();
-          slot = made;
-          child = made.Get();
-        }
-        if (HierHashtableImpl* impl = AsImpl(child)) {
-          node = impl;
-          begin = s.rest;
-          continue;
-        }
-        return child->Put(wp.Part(s.rest, end), value);
-      }
-      default:
-        throw InvalidKeyException();
-    }
-  }
+HierHashtable HierHashtableImpl::Put(const String& path, const HierHashtable& node) {
+  return Walk(this, path, PutWalk{node});
 }
 
 HierHashtable HierHashtableImpl::Remove(const String& path, std::int32_t extra) {
-  CheckPath(path);
-  WidePath wp(path);
-  const unsigned short* u = wp.Units();
-  const std::uint32_t end = wp.Count();
-  HierHashtableImpl* node = this;
-  std::uint32_t begin = 0;
-  for (;;) {
-    Step s = node->Split(u, begin, end);
-    switch (s.kind) {
-      case Step::kEmpty:
-      case Step::kLeading:
-        throw InvalidKeyException();
-      case Step::kLastSelf:
-        throw KeyIsIdentityException();
-      case Step::kLastParent:
-        throw KeyOutOfBoundsException(GetHierHashtableFactory()->Empty());
-      case Step::kInnerParent:
-        throw KeyOutOfBoundsException(wp.Part(begin, end));
-      case Step::kInnerSelf:
-        if (s.rest == end) throw KeyIsIdentityException();
-        begin = s.rest;
-        continue;
-      case Step::kLastName: {
-        Object removed = node->table_->Remove(wp.Part(s.name, s.name_end));
-        return HierHashtable(NodeOrNull(removed));
-      }
-      case Step::kInnerName: {
-        Object holder;
-        const Object* entry = node->FindEntry(u + s.name, s.name_end - s.name, holder);
-        if (entry == nullptr) throw NoSuchNamedElementException(wp.Part(s.name, s.name_end));
-        HierHashtableItf* child = NodeOf(*entry);
-        if (child == nullptr) throw NoSuchNamedElementException(wp.Part(s.name, s.name_end));
-        if (HierHashtableImpl* impl = AsImpl(child)) {
-          node = impl;
-          begin = s.rest;
-          continue;
-        }
-        return child->Remove(wp.Part(s.rest, end), extra);
-      }
-    }
-  }
+  return Walk(this, path, RemoveWalk{extra, {}});
 }
 
 Ref<HierHashtableItf> HierHashtableImpl::Clone(bool shallow) const {

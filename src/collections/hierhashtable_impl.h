@@ -71,7 +71,21 @@ class HierHashtableImpl final : public HierHashtableBase {
     std::uint32_t name_end;
     std::uint32_t rest;
   };
-  enum class Walk { kContains, kGet, kMakePath, kPut, kRemove };
+  // What each path operation does at the points where they differ; defined beside Walk.
+  struct Found;
+  struct ContainsWalk;
+  struct GetWalk;
+  struct MakePathWalk;
+  struct PutWalk;
+  struct RemoveWalk;
+
+  // The walk every path operation shares: split off one name at a time, refuse "..", stay on
+  // ".", and hand the rest of the path to the child named, through the child's own operation
+  // (`op.Call`) so that a child of another class applies its own rules. A creating operation
+  // makes each missing node as it reaches it, so a path that fails further on leaves the nodes
+  // made before the failing name in place.
+  template <class Op>
+  static typename Op::Result Walk(typename Op::Node* start, const String& path, Op op);
 
   Step Split(const unsigned short* units, std::uint32_t begin, std::uint32_t end) const;
   // The stored entry for a name, or null when the table has none. `holder` keeps an entry that
@@ -79,11 +93,10 @@ class HierHashtableImpl final : public HierHashtableBase {
   const Object* FindEntry(const unsigned short* name, std::uint32_t count, Object& holder) const;
   // The entry for a name, made (empty) when absent.
   Object& LookupEntry(const WidePath& path, std::uint32_t name, std::uint32_t name_end);
+  // The node at a name, made by MakeChild when the entry is absent or holds no node.
+  HierHashtableItf* ChildMade(const WidePath& path, std::uint32_t name, std::uint32_t name_end);
   // A new node that this node creates on a path.
   HierHashtable MakeChild() const;
-  // Runs the walk that MakePath or Put would run without changing anything, so that every
-  // failure is raised before the tree is touched.
-  void CheckCreatingWalk(const WidePath& path, Walk walk) const;
   // `node` itself when it is a general node (of exactly this class), else null. A walk goes on
   // through such a child in place, which behaves as calling the child with the rest of the path
   // but needs no string for the rest; a child of any other class is called with the rest.
