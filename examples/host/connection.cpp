@@ -11,6 +11,8 @@
 #include <kiv/textio.h>
 #include <kiv/version.h>
 
+#include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <cerrno>
 #include <chrono>
@@ -30,6 +32,9 @@ constexpr unsigned kFileCopyBytes = 64 * 1024;
 constexpr unsigned kChunkBytes = 16 * 1024;
 // Read-ahead of the text reader over a request body.
 constexpr unsigned kTextBufferBytes = 4096;
+// How long, and how much, a closing connection still reads from its client.
+constexpr int kLingerMs = 500;
+constexpr unsigned kLingerBytes = 256 * 1024;
 
 // The encoding of upper-cased answers.
 kiv::TextEncoding ResponseEncoding() {
@@ -102,6 +107,25 @@ std::string ForLog(std::string_view text) {
 
 kiv::String HttpDate(std::int64_t time) {
   return kiv::DateStringExp::Make(kiv::DateExp::Make(time, 0));
+}
+
+// Ends our side of the connection, then reads what the client still sends for a short while. A
+// socket closed with unread input resets the connection, and a reset can destroy the answer
+// before the client has read it: a refusal sent while the client is still sending would be lost.
+void LingeringClose(int fd) {
+  shutdown(fd, SHUT_WR);
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(kLingerMs);
+  char scratch[4096];
+  for (unsigned drained = 0; drained < kLingerBytes;) {
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                          deadline - std::chrono::steady_clock::now())
+                          .count();
+    pollfd in = {fd, POLLIN, 0};
+    if (left <= 0 || poll(&in, 1, static_cast<int>(left)) != 1) break;
+    const ssize_t n = recv(fd, scratch, sizeof scratch, 0);
+    if (n <= 0) break;
+    drained += static_cast<unsigned>(n);
+  }
 }
 
 class Connection {
@@ -335,6 +359,7 @@ void ServeConnection(int fd, const std::string& peer, const ConnectionContext& c
   } catch (...) {
     Log(kiv::LogError, peer + ": " + kiv::DescribeCurrentException());
   }
+  LingeringClose(fd);
 }
 
 }  // namespace kiv_host

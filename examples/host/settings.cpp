@@ -86,6 +86,9 @@ Settings ReadSettings(const std::string& config_path) {
       static_cast<std::int64_t>(GetNumber("server/shutdown-grace-ms", 0, 600000, 5000));
   s.mime_types = GetText("server/mime-types");
   s.log_file = GetText("logs/application/file");
+  if (!s.log_file.empty() && s.log_file.front() != '/') {
+    s.log_file = DirectoryOf(config_path) + s.log_file;
+  }
 
   std::string root = GetText("server/document-root");
   if (!root.empty() && root.front() != '/') root = DirectoryOf(config_path) + root;

@@ -11,7 +11,7 @@
 //   server/max-body-bytes [1048576]  body of a POST /upper
 //   server/shutdown-grace-ms [5000]  time running requests get to finish on SIGTERM
 //   server/mime-types [the table beside the sources]
-//   logs/application/file [empty: the standard error stream]
+//   logs/application/file [empty: the standard error stream; relative as the document root]
 //   logs/application/level [info]
 #ifndef KIV_HOST_SETTINGS_H_
 #define KIV_HOST_SETTINGS_H_
