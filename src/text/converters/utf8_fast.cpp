@@ -11,8 +11,11 @@
 //   step, and anything else (invalid, long or too large sequences) goes through a scalar step.
 // - Wide text is taken 8 units at a time: ASCII is narrowed, units below 0x800 and the rest are
 //   encoded in lanes and packed with a shuffle chosen by the length of each unit's sequence.
-// Without SSE4.1 the scalar steps do all the work. Whatever a step does not take is left to the
-// per-character loop of the converter.
+// - Validation takes UTF-8 in blocks of 64 bytes, comparing each byte with the three before it:
+//   the continuation bytes that lead bytes claim must be exactly the continuation bytes there, and
+//   the second byte after E0, ED (standard form), F0 and F4 must lie in its narrower range.
+// Without SSE4.1 the scalar steps do all the work (validation skips ASCII eight bytes at a time).
+// Whatever a step does not take is left to the per-character loop of the converter.
 //
 // The vector steps store whole 16-byte vectors of which only a prefix is output. So that no byte
 // of `out` beyond the output is touched, they write into a staging area on the stack that is
