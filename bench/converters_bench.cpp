@@ -1,7 +1,9 @@
 // Block conversion speed of the UTF-8 and ASCII converters over the unicode_lipsum corpus, with
-// ICU, iconv and memcpy of the same bytes for comparison. Throughput is input bytes per second.
+// ICU, iconv and memcpy of the same bytes for comparison, and the speed of validation against
+// the decoder it stands for. Throughput is input bytes per second.
 //
 //   converters_bench --benchmark_filter=Utf8ToUtf16
+//   converters_bench --benchmark_filter='Validate|StandardUtf8'
 #include <benchmark/benchmark.h>
 
 #include <iconv.h>
@@ -49,6 +51,19 @@ void KivBlock(benchmark::State& state, kiv::BlockConverter converter, const std:
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
                           static_cast<std::int64_t>(in.size()));
   state.counters["out_bytes"] = written;
+}
+
+void KivValidate(benchmark::State& state, kiv::TextEncoding encoding, const std::string& in) {
+  for (auto _ : state) {
+    kiv::TextValidation v = kiv::TextEncodingExp::Validate(encoding, in.data(), in.size());
+    if (!v.valid) {
+      state.SkipWithError("text not valid");
+      break;
+    }
+    benchmark::DoNotOptimize(v);
+  }
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
+                          static_cast<std::int64_t>(in.size()));
 }
 
 void Iconv(benchmark::State& state, const char* to, const char* from, const std::string& in,
@@ -140,6 +155,7 @@ int main(int argc, char** argv) {
   }
   kiv::TextEncoding utf8 = kiv::TextEncodingExp::MakeUTF8();
   kiv::TextEncoding ascii = kiv::TextEncodingExp::MakeAscii();
+  kiv::TextEncoding standard = kiv::TextEncodingExp::MakeStandardUTF8();
   // The texts live as long as the registered benchmarks.
   static std::vector<std::pair<std::string, std::string>> texts;
   for (const char* script : {"Arabic", "Chinese", "Emoji", "Hebrew", "Hindi", "Japanese", "Korean",
@@ -159,6 +175,11 @@ int main(int argc, char** argv) {
       benchmark::RegisterBenchmark(("Utf8ToUtf16/iconv/" + name).c_str(), Iconv, "UTF-16LE",
                                    "UTF-8", in, 2 * in.size() + 16);
       benchmark::RegisterBenchmark(("Utf8ToUtf16/memcpy/" + name).c_str(), Memcpy, in);
+      benchmark::RegisterBenchmark(("StandardUtf8ToUtf16/kiv/" + name).c_str(), KivBlock,
+                                   standard->GetToWideConverter(), in, 2 * in.size() + 16);
+      benchmark::RegisterBenchmark(("Validate/utf-8/" + name).c_str(), KivValidate, utf8, in);
+      benchmark::RegisterBenchmark(("Validate/utf-8-standard/" + name).c_str(), KivValidate,
+                                   standard, in);
       benchmark::RegisterBenchmark(("AsciiToUtf16/kiv/" + name).c_str(), KivBlock,
                                    ascii->GetToWideConverter(), in, 2 * in.size() + 16);
       benchmark::RegisterBenchmark(("AsciiToUtf16/iconv-latin1/" + name).c_str(), Iconv, "UTF-16LE",
@@ -172,6 +193,8 @@ int main(int argc, char** argv) {
       benchmark::RegisterBenchmark(("Utf16ToUtf8/iconv/" + name).c_str(), Iconv, "UTF-8",
                                    "UTF-16LE", in, 2 * in.size() + 16);
       benchmark::RegisterBenchmark(("Utf16ToUtf8/memcpy/" + name).c_str(), Memcpy, in);
+      benchmark::RegisterBenchmark(("Utf16ToStandardUtf8/kiv/" + name).c_str(), KivBlock,
+                                   standard->GetFromWideConverter(), in, 2 * in.size() + 16);
     }
   }
   benchmark::Initialize(&argc, argv);

@@ -3,6 +3,10 @@
 #include <kiv/encodings.h>
 #include <kiv/exception.h>
 
+#include <kiv/string.h>
+
+#include <cstring>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -213,7 +217,292 @@ TEST(Encodings, RoundTripsOverCorpus) {
     std::string narrow = ConvertAll(ascii->GetFromWideConverter(), u16);
     EXPECT_EQ(narrow.size(), u16.size() / 2);
     EXPECT_EQ(ascii->Find('.', narrow.data(), Len(narrow)) >= 0, true);
+
+    // Standard UTF-8 writes pairs as one sequence: the UTF-8 file comes back byte for byte.
+    TextEncoding standard = TextEncodingExp::MakeStandardUTF8();
+    EXPECT_EQ(ConvertAll(standard->GetFromWideConverter(), u16), u8);
+    EXPECT_EQ(ConvertAll(standard->GetToWideConverter(), u8), u16);
+    EXPECT_EQ(standard->CharacterCount(u8.data(), Len(u8)), u32.size() / 4);
   }
+}
+
+std::string Utf8Of(std::uint32_t c) {
+  std::string s;
+  if (c < 0x80) {
+    s += static_cast<char>(c);
+  } else if (c < 0x800) {
+    s += static_cast<char>(0xC0 | c >> 6);
+    s += static_cast<char>(0x80 | (c & 0x3F));
+  } else if (c < 0x10000) {
+    s += static_cast<char>(0xE0 | c >> 12);
+    s += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    s += static_cast<char>(0x80 | (c & 0x3F));
+  } else {
+    s += static_cast<char>(0xF0 | c >> 18);
+    s += static_cast<char>(0x80 | ((c >> 12) & 0x3F));
+    s += static_cast<char>(0x80 | ((c >> 6) & 0x3F));
+    s += static_cast<char>(0x80 | (c & 0x3F));
+  }
+  return s;
+}
+
+TEST(StandardUtf8, RegisteredBesideTheLenientOne) {
+  TextEncoding standard = TextEncodingExp::MakeStandardUTF8();
+  EXPECT_EQ(TextEncodingExp::MakeStandardUTF8(), standard);
+  EXPECT_NE(standard, TextEncodingExp::MakeUTF8());
+  EXPECT_EQ(TextEncodingExp::Make(testing::Wide("utf-8-standard")), standard);
+  EXPECT_EQ(BlockConverterExp::Make(testing::Wide("utf-8-standard->wchar_t")),
+            standard->GetToWideConverter());
+  EXPECT_EQ(BlockConverterExp::Make(testing::Wide("wchar_t->utf-8-standard")),
+            standard->GetFromWideConverter());
+  EXPECT_EQ(DataConverterExp::Make(testing::Wide("wchar_t->utf-8-standard")),
+            standard->GetFromWideConverter()->GetDataConverter());
+  EXPECT_EQ(standard->UnitBits(), 8u);
+  EXPECT_TRUE(standard->GetFlag());
+}
+
+// Every scalar value, as wide text, goes out as its shortest UTF-8 form and comes back; the
+// encoding counts, finds and indexes the characters its converters produce.
+TEST(StandardUtf8, EveryScalarValueRoundTrips) {
+  TextEncoding standard = TextEncodingExp::MakeStandardUTF8();
+  std::string wide, expected;
+  std::uint32_t count = 0;
+  for (std::uint32_t c = 0; c <= 0x10FFFF; ++c) {
+    if (c >= 0xD800 && c < 0xE000) continue;
+    unsigned short units[2];
+    int n = UTF32toUTF16(units, units + 2, c);
+    wide.append(reinterpret_cast<const char*>(units), 2 * n);
+    expected += Utf8Of(c);
+    ++count;
+  }
+  std::string encoded = ConvertAll(standard->GetFromWideConverter(), wide, 4093);
+  ASSERT_EQ(encoded, expected);
+  EXPECT_EQ(ConvertAll(standard->GetToWideConverter(), encoded, 4093), wide);
+  EXPECT_EQ(standard->CharacterCount(encoded.data(), Len(encoded)), count);
+  EXPECT_TRUE(TextEncodingExp::Validate(standard, encoded.data(), encoded.size()).valid);
+  const std::size_t at_emoji = expected.find(Utf8Of(0x1F600));
+  EXPECT_EQ(standard->Find(0x1F600, encoded.data(), Len(encoded)),
+            static_cast<std::int32_t>(0x1F600 - 0x800));
+  unsigned length = Len(encoded);
+  EXPECT_EQ(standard->DataAt(static_cast<const void*>(encoded.data()), length, 0x1F600 - 0x800),
+            encoded.data() + at_emoji);
+  EXPECT_EQ(standard->CharacterCount(encoded.data() + at_emoji, length), count - (0x1F600 - 0x800));
+}
+
+// The lenient encoder writes a pair as two encoded surrogates; the standard one writes one
+// four-byte sequence and refuses a surrogate without its pair.
+TEST(StandardUtf8, SurrogatesArePairedOrRefused) {
+  DataConverter out =
+      TextEncodingExp::MakeStandardUTF8()->GetFromWideConverter()->GetDataConverter();
+  BlockConverter lenient = TextEncodingExp::MakeUTF8()->GetFromWideConverter();
+  std::string pair = U16({'a', 0xD83D, 0xDE00});
+  EXPECT_EQ(ConvertAll(TextEncodingExp::MakeStandardUTF8()->GetFromWideConverter(), pair),
+            "a\xF0\x9F\x98\x80");
+  EXPECT_EQ(ConvertAll(lenient, pair), "a\xED\xA0\xBD\xED\xB8\x80");
+
+  char buffer[8];
+  unsigned out_size = sizeof buffer, in_size = 4;
+  EXPECT_EQ(out->Convert(buffer, out_size, pair.data() + 2, in_size, false),
+            DataConverterItf::ResultOK);
+  EXPECT_EQ(in_size, 4u);
+  EXPECT_EQ(out_size, 4u);
+  out_size = 3, in_size = 4;  // no room: nothing written, the needs reported
+  std::memset(buffer, 0x5A, sizeof buffer);
+  EXPECT_EQ(out->Convert(buffer, out_size, pair.data() + 2, in_size, false),
+            DataConverterItf::ResultOutputTooSmall);
+  EXPECT_EQ(out_size, 4u);
+  EXPECT_EQ(buffer[0], 0x5A);
+  out_size = sizeof buffer, in_size = 2;  // the lead surrogate ends the input: wait for more
+  EXPECT_EQ(out->Convert(buffer, out_size, pair.data() + 2, in_size, true),
+            DataConverterItf::ResultInputIncomplete);
+  for (const std::string& lone : {U16({0xDE00, 'a'}), U16({0xD83D, 'a'}), U16({0xD83D, 0xD83D})}) {
+    out_size = sizeof buffer, in_size = Len(lone);
+    EXPECT_THROW(out->Convert(buffer, out_size, lone.data(), in_size, false),
+                 CannotConvertException);
+  }
+}
+
+// Each class of malformed input, after two good characters: the decoder and the character walk
+// refuse it, the validator names it at offset 2; the lenient encoding takes the encoded surrogate.
+TEST(StandardUtf8, RefusesEachMalformedClass) {
+  TextEncoding standard = TextEncodingExp::MakeStandardUTF8();
+  struct Case {
+    const char* bytes;
+    const char* reason;
+  };
+  const Case kCases[] = {
+      {"\x80", "stray continuation byte"},
+      {"\xC0\xAF", "overlong form"},
+      {"\xE0\x80\xAF", "overlong form"},
+      {"\xF0\x8F\xBF\xBF", "overlong form"},
+      {"\xED\xA0\x80", "encoded surrogate"},
+      {"\xED\xBF\xBF", "encoded surrogate"},
+      {"\xF4\x90\x80\x80", "value above U+10FFFF"},
+      {"\xF5\x80\x80\x80", "value above U+10FFFF"},
+      {"\xF8\x88\x80\x80\x80", "byte never used in UTF-8"},
+      {"\xFC\x84\x80\x80\x80\x80", "byte never used in UTF-8"},
+      {"\xFE", "byte never used in UTF-8"},
+      {"\xE2\x28\xA1", "missing continuation byte"},
+      {"\xE0\x41", "missing continuation byte"},  // not a cut-off sequence: invalid at once
+  };
+  for (const Case& c : kCases) {
+    SCOPED_TRACE(c.bytes);
+    std::string text = std::string("ab") + c.bytes + "z";
+    EXPECT_THROW(ConvertAll(standard->GetToWideConverter(), text), CannotConvertException);
+    EXPECT_THROW(standard->CharacterCount(text.data(), Len(text)), CannotConvertException);
+    TextValidation v = TextEncodingExp::Validate(standard, text.data(), text.size());
+    EXPECT_FALSE(v.valid);
+    EXPECT_FALSE(v.incomplete);
+    EXPECT_EQ(v.offset, 2u);
+    EXPECT_STREQ(v.reason, c.reason);
+  }
+  std::string surrogate = "ab\xED\xA0\x80";
+  EXPECT_TRUE(TextEncodingExp::Validate(TextEncodingExp::MakeUTF8(), surrogate.data(), 5).valid);
+  // Cut off at the end: incomplete for the converter, the count stops before it.
+  std::string cut = "ab\xF0\x9F\x98";
+  unsigned out_size = 16, out_pos = 0, in_pos = 0, in_size = 3;
+  char buffer[16];
+  EXPECT_EQ(standard->GetToWideConverter()->Convert(buffer, out_size, out_pos, cut.data() + 2,
+                                                    in_size, in_pos, true),
+            DataConverterItf::ResultInputIncomplete);
+  EXPECT_EQ(standard->CharacterCount(cut.data(), Len(cut)), 2u);
+  TextValidation v = TextEncodingExp::Validate(standard, cut.data(), cut.size());
+  EXPECT_TRUE(!v.valid && v.incomplete && v.offset == 2);
+}
+
+TEST(StandardUtf8, StringsInTheEncoding) {
+  TextEncoding standard = TextEncodingExp::MakeStandardUTF8();
+  const std::string bytes =
+      "  Gr\xC3\xBC\xC3\x9F"
+      "e \xF0\x9F\x98\x80 x\xF0\x90\x90\x80 ";
+  String s(standard, bytes.data(), Len(bytes));
+  EXPECT_EQ(s->Length(), 13u);
+  EXPECT_EQ(s->CharAt(8), 0x1F600u);
+  EXPECT_EQ(s->IndexOf(0x1F600u), 8);
+  EXPECT_EQ(s->LastIndexOf(' '), 12);
+  String wide = s->Encode(TextEncodingExp::MakeUTF16());
+  EXPECT_EQ(wide->Length(), 15u);  // two characters as surrogate pairs
+  String back = wide->Encode(standard);
+  EXPECT_EQ(std::string(static_cast<const char*>(back->GetData()), back->ByteLength()), bytes);
+  EXPECT_TRUE(back == s);
+  String trimmed = s->Trim();
+  EXPECT_EQ(trimmed->Length(), 10u);
+  EXPECT_EQ(trimmed->Substring(6, 1)->CharAt(0), 0x1F600u);
+  // Case folds whole characters, those above U+FFFF included (U+10400 and U+10428).
+  String upper = trimmed->ToUpper();
+  EXPECT_EQ(std::string(static_cast<const char*>(upper->GetData()), upper->ByteLength()),
+            "GR\xC3\x9C\xC3\x9F"
+            "E \xF0\x9F\x98\x80 X\xF0\x90\x90\x80");
+  EXPECT_EQ(upper->ToLower()->CharAt(9), 0x10428u);
+  EXPECT_TRUE(trimmed->EqualsIgnoreCase(upper));
+  EXPECT_TRUE(s->Contains(String(standard, "\xF0\x9F\x98\x80", 4)));
+}
+
+// Where the decoder stops, reading `text` as a stream does: its data converter one character at
+// a time, asked again with end_of_input set after ResultInputIncomplete.
+TextValidation DecoderStop(TextEncoding encoding, const std::string& text) {
+  DataConverter dc = encoding->GetToWideConverter()->GetDataConverter();
+  std::size_t offset = 0;
+  char out[8];
+  while (offset < text.size()) {
+    unsigned out_size = sizeof out, in_size = Len(text) - static_cast<unsigned>(offset);
+    int r;
+    try {
+      r = dc->Convert(out, out_size, text.data() + offset, in_size, false);
+      if (r == DataConverterItf::ResultInputIncomplete) {
+        out_size = sizeof out, in_size = Len(text) - static_cast<unsigned>(offset);
+        r = dc->Convert(out, out_size, text.data() + offset, in_size, true);
+      }
+    } catch (const CannotConvertException&) {
+      return {false, false, offset, ""};
+    }
+    if (r == DataConverterItf::ResultInputIncomplete) return {false, true, offset, ""};
+    offset += in_size;
+  }
+  return {true, false, text.size(), ""};
+}
+
+void ExpectValidatorAgrees(TextEncoding encoding, const std::string& text) {
+  TextValidation expected = DecoderStop(encoding, text);
+  TextValidation v = TextEncodingExp::Validate(encoding, text.data(), text.size());
+  ASSERT_EQ(v.valid, expected.valid) << "bytes " << text.size();
+  ASSERT_EQ(v.incomplete, expected.incomplete) << "at " << v.offset;
+  ASSERT_EQ(v.offset, expected.offset) << v.reason;
+  ASSERT_EQ(*v.reason == '\0', v.valid);
+}
+
+// The validator stops exactly where each decoder stops: on the corpora as they are and with bytes
+// changed at random places, and on random text built from pieces that trouble decoders.
+TEST(Validation, AgreesWithTheDecoders) {
+  const TextEncoding kUtf8[] = {TextEncodingExp::MakeUTF8(), TextEncodingExp::MakeStandardUTF8()};
+  const TextEncoding kAll[] = {kUtf8[0], kUtf8[1], TextEncodingExp::MakeUTF16(),
+                               TextEncodingExp::MakeUTF32(), TextEncodingExp::MakeAscii()};
+  std::mt19937 rng(20240612);
+  const char* kPieces[] = {"a",
+                           "hello world, ",
+                           "\xC3\xA9",
+                           "\xE4\xB8\xAD",
+                           "\xF0\x9F\x98\x80",
+                           "\xED\xA0\x80",
+                           "\xED\x9F\xBF",
+                           "\xEE\x80\x80",
+                           "\xF4\x8F\xBF\xBF",
+                           "\xF4\x90\x80\x80",
+                           "\xC0\xAF",
+                           "\xE0\x9F\xBF",
+                           "\xF0\x8F\xBF\xBF",
+                           "\xF8\x88\x80\x80\x80",
+                           "\x80",
+                           "\xFE",
+                           "\xE2\x82",
+                           "\xF0\x9F\x98",
+                           "\xC2",
+                           "\xFC\x84\x80\x80\x80\x80"};
+  for (int round = 0; round < 3000; ++round) {
+    std::string text;
+    const int pieces = static_cast<int>(rng() % 60);
+    const bool clean = round % 3 == 0;  // valid pieces mostly, a fault late in the text
+    for (int i = 0; i < pieces; ++i) {
+      std::size_t k = rng() % (clean ? 5 : std::size(kPieces));
+      if (clean && i == pieces - 1) k = rng() % std::size(kPieces);
+      text += kPieces[k];
+    }
+    if (round % 7 == 0) {  // plain random bytes
+      text.clear();
+      for (int n = static_cast<int>(rng() % 100); n > 0; --n) text += static_cast<char>(rng());
+    }
+    for (TextEncoding e : kAll) ExpectValidatorAgrees(e, text);
+  }
+  std::string dir = testing::CorpusDir();
+  if (dir.empty()) GTEST_SKIP() << "corpus folder ../shared/corpus not found";
+  for (const char* script : {"Arabic", "Chinese", "Emoji", "Hebrew", "Hindi", "Japanese", "Korean",
+                             "Latin", "Russian"}) {
+    SCOPED_TRACE(script);
+    std::string base = dir + "/unicode_lipsum/" + script + "-Lipsum";
+    struct Form {
+      std::string text;
+      std::vector<TextEncoding> encodings;
+    };
+    std::vector<Form> forms = {
+        {testing::ReadFile(base + ".utf8.txt"), {kUtf8[0], kUtf8[1], kAll[4]}},
+        {testing::ReadFile(base + ".utf16.txt"), {kAll[2]}},
+        {testing::ReadFile(base + ".utf32.txt"), {kAll[3]}}};
+    for (const Form& form : forms) {
+      ASSERT_FALSE(form.text.empty());
+      for (TextEncoding e : form.encodings) {
+        ExpectValidatorAgrees(e, form.text);
+        ExpectValidatorAgrees(e, form.text.substr(0, form.text.size() - 1));
+        for (int change = 0; change < 6; ++change) {
+          std::string changed = form.text;
+          changed[rng() % changed.size()] = static_cast<char>(rng());
+          changed[rng() % changed.size()] = static_cast<char>(0x80 | rng());
+          ExpectValidatorAgrees(e, changed);
+        }
+      }
+    }
+  }
+  std::string stress = testing::ReadFile(dir + "/utf8_stress/UTF-8-test.txt");
+  for (TextEncoding e : kUtf8) ExpectValidatorAgrees(e, stress);
 }
 
 }  // namespace

@@ -144,5 +144,8 @@ class BuiltInEncodingRegistration {
 [[gnu::used]] const BuiltInEncodingRegistration kUtf8Registration(&TextEncodingExp::MakeUTF8,
                                                                   u"utf-8", u"utf-8->wchar_t",
                                                                   u"wchar_t->utf-8");
+[[gnu::used]] const BuiltInEncodingRegistration kStandardUtf8Registration(
+    &TextEncodingExp::MakeStandardUTF8, u"utf-8-standard", u"utf-8-standard->wchar_t",
+    u"wchar_t->utf-8-standard");
 
 }  // namespace kiv

@@ -391,6 +391,92 @@ class WideCharToUTF8ConverterImpl : public DataConverterItf, public BlockConvert
   Ref<BlockConverterExpansionFactorItf> factor_;
 };
 
+// Standard UTF-8 (one to four bytes, shortest forms, values up to 0x10FFFF, no surrogates) to
+// wide text (one unit, or a surrogate pair above 0xFFFF). A sequence that is not well-formed
+// throws CannotConvertException as soon as its first wrong byte is there; the input ending inside
+// a sequence that is well-formed so far is ResultInputIncomplete. Unlike the lenient converter,
+// ResultOutputTooSmall writes nothing.
+class StandardUTF8ToWideCharConverterImpl : public DataConverterItf, public BlockConverterItf {
+ public:
+  using BufferResult = DataConverterItf::BufferResult;
+  StandardUTF8ToWideCharConverterImpl();
+  ~StandardUTF8ToWideCharConverterImpl() override;
+  BufferResult EstimateSizes(unsigned& out_size, const void* in, unsigned& in_size,
+                             bool end_of_input) override;
+  BufferResult ComputeSizes(unsigned& out_size, const void* in, unsigned& in_size,
+                            bool end_of_input) override;
+  BufferResult Convert(void* out, unsigned& out_size, const void* in, unsigned& in_size,
+                       bool end_of_input) override;
+  DataConverter GetDataConverter() override;
+  double GetExpansionFactor() override;
+  BufferResult EstimateSizes(unsigned& out_size, unsigned out_pos, const void* in,
+                             unsigned& in_size, unsigned in_pos, bool end_of_input) override;
+  BufferResult ComputeSizes(unsigned& out_size, unsigned out_pos, const void* in, unsigned& in_size,
+                            unsigned in_pos, bool end_of_input) override;
+  BufferResult Convert(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
+                       unsigned& in_size, unsigned& in_pos, bool end_of_input) override;
+
+  static BufferResult SizesOne(unsigned& out_size, const void* in, unsigned& in_size, bool);
+  static BufferResult ConvertOne(void* out, unsigned& out_size, const void* in, unsigned& in_size,
+                                 bool);
+
+ private:
+  Ref<BlockConverterExpansionFactorItf> factor_;
+};
+
+// Wide text to standard UTF-8. A character is one unit, or a surrogate pair (4 bytes in) that
+// becomes one four-byte sequence. A surrogate without its pair cannot be written as UTF-8 and
+// throws CannotConvertException (the text is never altered silently); a lead surrogate that ends
+// the input is ResultInputIncomplete, as its pair may follow. Factor 0.5, as for the lenient one.
+class WideCharToStandardUTF8ConverterImpl : public DataConverterItf, public BlockConverterItf {
+ public:
+  using BufferResult = DataConverterItf::BufferResult;
+  WideCharToStandardUTF8ConverterImpl();
+  ~WideCharToStandardUTF8ConverterImpl() override;
+  BufferResult EstimateSizes(unsigned& out_size, const void* in, unsigned& in_size,
+                             bool end_of_input) override;
+  BufferResult ComputeSizes(unsigned& out_size, const void* in, unsigned& in_size,
+                            bool end_of_input) override;
+  BufferResult Convert(void* out, unsigned& out_size, const void* in, unsigned& in_size,
+                       bool end_of_input) override;
+  DataConverter GetDataConverter() override;
+  double GetExpansionFactor() override;
+  BufferResult EstimateSizes(unsigned& out_size, unsigned out_pos, const void* in,
+                             unsigned& in_size, unsigned in_pos, bool end_of_input) override;
+  BufferResult ComputeSizes(unsigned& out_size, unsigned out_pos, const void* in, unsigned& in_size,
+                            unsigned in_pos, bool end_of_input) override;
+  BufferResult Convert(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
+                       unsigned& in_size, unsigned& in_pos, bool end_of_input) override;
+
+  static BufferResult SizesOne(unsigned& out_size, const void* in, unsigned& in_size, bool);
+  static BufferResult ConvertOne(void* out, unsigned& out_size, const void* in, unsigned& in_size,
+                                 bool);
+
+ private:
+  Ref<BlockConverterExpansionFactorItf> factor_;
+};
+
+// Folds the case of standard UTF-8 text one character at a time: the whole value through towlower
+// or towupper, so characters above 0xFFFF are mapped too (the wide-text case converters, working
+// unit by unit, leave them as they are). A mapping whose result is not a Unicode scalar value is
+// not applied. Invalid and cut-off input are answered as the standard UTF-8 decoder answers them.
+class StandardUTF8CaseConverterImpl : public DataConverterItf {
+ public:
+  explicit StandardUTF8CaseConverterImpl(bool upper) noexcept : upper_(upper) {}
+  ~StandardUTF8CaseConverterImpl() override;
+  BufferResult ComputeSizes(unsigned& out_size, const void* in, unsigned& in_size,
+                            bool end_of_input) override;
+  BufferResult Convert(void* out, unsigned& out_size, const void* in, unsigned& in_size,
+                       bool end_of_input) override;
+
+ private:
+  // The mapped character and its input length; false with the sizes set when the call is over.
+  bool Map(const void* in, unsigned& in_size, unsigned& out_size, std::uint32_t& mapped,
+           BufferResult& result) const;
+
+  bool upper_;
+};
+
 // ---------------------------------------------------------------------------------------------
 // Copies whole blocks of N bytes. The block face rounds sizes with the mask M = 0 - N (two's
 // complement), which is a round-down to whole blocks only for N a power of two: for other N the

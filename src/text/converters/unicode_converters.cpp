@@ -1,7 +1,9 @@
-// The Unicode converters: UTF-16 <-> UTF-32 and UTF-8 <-> wide text.
+// The Unicode converters: UTF-16 <-> UTF-32, UTF-8 (lenient and standard) <-> wide text, and the
+// case converter of standard UTF-8.
 #include "kiv/encodings.h"
 #include "kiv/exception.h"
 #include "kiv/string.h"
+#include "platform/wide_ctype.h"
 #include "text/converters/converter_impls.h"
 #include "text/converters/utf8_codec.h"
 #include "text/converters/utf8_fast.h"
@@ -471,6 +473,266 @@ BufferResult WideCharToUTF8ConverterImpl::Convert(void* out, unsigned& out_size,
                        static_cast<const unsigned char*>(in), in_size, written, consumed);
   return ContinueByCharacter(ConvertOne, out, out_size, out_pos, in, in_size, in_pos, end_of_input,
                              written, consumed);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Standard UTF-8 to wide text
+
+namespace {
+
+// The shared opening of the data faces: no input, empty input. True when answered.
+bool NoInput(unsigned& out_size, const void* in, unsigned& in_size, BufferResult& result) {
+  result = DataConverterItf::ResultOK;
+  if (in == nullptr) {
+    in_size = out_size = 0;
+    return true;
+  }
+  if (in_size == 0) {
+    out_size = 0;
+    return true;
+  }
+  return false;
+}
+
+// Decodes one standard UTF-8 character of the `in_size` bytes at `in` (at least one). Returns
+// its length, or 0 with both sizes set to 0 when it is cut off; throws when it is invalid.
+unsigned DecodeStandard(const void* in, unsigned& in_size, unsigned& out_size, std::uint32_t& c) {
+  const auto* p = static_cast<const unsigned char*>(in);
+  const int length = codec::StandardUtf8Decode(p, p + in_size, c);
+  if (length == codec::kUtf8Incomplete) {
+    in_size = out_size = 0;
+    return 0;
+  }
+  if (length < 0) throw CannotConvertException();
+  return static_cast<unsigned>(length);
+}
+
+}  // namespace
+
+StandardUTF8ToWideCharConverterImpl::StandardUTF8ToWideCharConverterImpl()
+    : factor_(BlockConverterExpansionFactorExp::Make(2.0)) {}
+StandardUTF8ToWideCharConverterImpl::~StandardUTF8ToWideCharConverterImpl() = default;
+
+DataConverter StandardUTF8ToWideCharConverterImpl::GetDataConverter() {
+  return DataConverter(static_cast<DataConverterItf*>(this));
+}
+double StandardUTF8ToWideCharConverterImpl::GetExpansionFactor() { return factor_->GetFactor(); }
+
+BufferResult StandardUTF8ToWideCharConverterImpl::SizesOne(unsigned& out_size, const void* in,
+                                                           unsigned& in_size, bool) {
+  BufferResult result;
+  if (NoInput(out_size, in, in_size, result)) return result;
+  std::uint32_t c;
+  const unsigned length = DecodeStandard(in, in_size, out_size, c);
+  if (length == 0) return ResultInputIncomplete;
+  in_size = length;
+  out_size = c < 0x10000 ? 2 : 4;
+  return ResultOK;
+}
+
+BufferResult StandardUTF8ToWideCharConverterImpl::ConvertOne(void* out, unsigned& out_size,
+                                                             const void* in, unsigned& in_size,
+                                                             bool) {
+  const unsigned room = out != nullptr ? out_size : 0;
+  BufferResult result;
+  if (NoInput(out_size, in, in_size, result)) return result;
+  std::uint32_t c;
+  const unsigned length = DecodeStandard(in, in_size, out_size, c);
+  if (length == 0) return ResultInputIncomplete;
+  in_size = length;
+  out_size = c < 0x10000 ? 2 : 4;
+  if (room < out_size) return ResultOutputTooSmall;
+  codec::PutUtf16(static_cast<unsigned char*>(out), 2, c);
+  return ResultOK;
+}
+
+BufferResult StandardUTF8ToWideCharConverterImpl::EstimateSizes(unsigned& out_size, const void* in,
+                                                                unsigned& in_size, bool) {
+  return NominalByteSizes(factor_->GetFactor(), out_size, in, in_size);
+}
+BufferResult StandardUTF8ToWideCharConverterImpl::ComputeSizes(unsigned& out_size, const void* in,
+                                                               unsigned& in_size,
+                                                               bool end_of_input) {
+  return SizesOne(out_size, in, in_size, end_of_input);
+}
+BufferResult StandardUTF8ToWideCharConverterImpl::Convert(void* out, unsigned& out_size,
+                                                          const void* in, unsigned& in_size,
+                                                          bool end_of_input) {
+  return ConvertOne(out, out_size, in, in_size, end_of_input);
+}
+BufferResult StandardUTF8ToWideCharConverterImpl::EstimateSizes(unsigned& out_size, unsigned,
+                                                                const void* in, unsigned& in_size,
+                                                                unsigned, bool) {
+  return BlockEstimate(factor_->GetFactor(), 1, out_size, in, in_size);
+}
+BufferResult StandardUTF8ToWideCharConverterImpl::ComputeSizes(unsigned& out_size, unsigned,
+                                                               const void* in, unsigned& in_size,
+                                                               unsigned, bool end_of_input) {
+  return ComputeByCharacter(SizesOne, out_size, in, in_size, end_of_input);
+}
+BufferResult StandardUTF8ToWideCharConverterImpl::Convert(void* out, unsigned& out_size,
+                                                          unsigned& out_pos, const void* in,
+                                                          unsigned& in_size, unsigned& in_pos,
+                                                          bool end_of_input) {
+  BufferResult result;
+  if (BlockPrologue(*this, result, out, out_size, out_pos, in, in_size, in_pos, end_of_input)) {
+    return result;
+  }
+  unsigned written = 0;
+  unsigned consumed = 0;
+  fast::StandardUtf8ToUtf16Run(static_cast<unsigned char*>(out), out_size,
+                               static_cast<const unsigned char*>(in), in_size, written, consumed);
+  return ContinueByCharacter(ConvertOne, out, out_size, out_pos, in, in_size, in_pos, end_of_input,
+                             written, consumed);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Wide text to standard UTF-8
+
+namespace {
+
+// The character of the `in_size` bytes (at least one) of wide text at `in`: its value and input
+// bytes, or 0 when it is cut off. A surrogate without its pair throws.
+unsigned WideCharacter(const void* in, unsigned in_size, std::uint32_t& c) {
+  if (in_size < 2) return 0;
+  const auto* p = static_cast<const unsigned char*>(in);
+  c = codec::Load16(p);
+  if (!codec::IsSurrogate(c)) return 2;
+  if (!codec::IsLeadSurrogate(c)) throw CannotConvertException();
+  if (in_size < 4) return 0;
+  const std::uint32_t trail = codec::Load16(p + 2);
+  if (!codec::IsTrailSurrogate(trail)) throw CannotConvertException();
+  c = codec::CombineSurrogates(c, trail);
+  return 4;
+}
+
+unsigned Utf8Length(std::uint32_t c) noexcept {
+  return c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
+}
+
+}  // namespace
+
+WideCharToStandardUTF8ConverterImpl::WideCharToStandardUTF8ConverterImpl()
+    : factor_(BlockConverterExpansionFactorExp::Make(0.5)) {}
+WideCharToStandardUTF8ConverterImpl::~WideCharToStandardUTF8ConverterImpl() = default;
+
+DataConverter WideCharToStandardUTF8ConverterImpl::GetDataConverter() {
+  return DataConverter(static_cast<DataConverterItf*>(this));
+}
+double WideCharToStandardUTF8ConverterImpl::GetExpansionFactor() { return factor_->GetFactor(); }
+
+BufferResult WideCharToStandardUTF8ConverterImpl::SizesOne(unsigned& out_size, const void* in,
+                                                           unsigned& in_size, bool) {
+  BufferResult result;
+  if (NoInput(out_size, in, in_size, result)) return result;
+  std::uint32_t c;
+  in_size = WideCharacter(in, in_size, c);
+  if (in_size == 0) {
+    out_size = 0;
+    return ResultInputIncomplete;
+  }
+  out_size = Utf8Length(c);
+  return ResultOK;
+}
+
+BufferResult WideCharToStandardUTF8ConverterImpl::ConvertOne(void* out, unsigned& out_size,
+                                                             const void* in, unsigned& in_size,
+                                                             bool) {
+  const unsigned room = out != nullptr ? out_size : 0;
+  BufferResult result;
+  if (NoInput(out_size, in, in_size, result)) return result;
+  std::uint32_t c;
+  in_size = WideCharacter(in, in_size, c);
+  if (in_size == 0) {
+    out_size = 0;
+    return ResultInputIncomplete;
+  }
+  out_size = Utf8Length(c);
+  if (room < out_size) return ResultOutputTooSmall;
+  auto* o = static_cast<unsigned char*>(out);
+  codec::Utf8Encode(o, o + out_size, c);
+  return ResultOK;
+}
+
+BufferResult WideCharToStandardUTF8ConverterImpl::EstimateSizes(unsigned& out_size, const void* in,
+                                                                unsigned& in_size, bool) {
+  return NominalByteSizes(factor_->GetFactor(), out_size, in, in_size);
+}
+BufferResult WideCharToStandardUTF8ConverterImpl::ComputeSizes(unsigned& out_size, const void* in,
+                                                               unsigned& in_size,
+                                                               bool end_of_input) {
+  return SizesOne(out_size, in, in_size, end_of_input);
+}
+BufferResult WideCharToStandardUTF8ConverterImpl::Convert(void* out, unsigned& out_size,
+                                                          const void* in, unsigned& in_size,
+                                                          bool end_of_input) {
+  return ConvertOne(out, out_size, in, in_size, end_of_input);
+}
+BufferResult WideCharToStandardUTF8ConverterImpl::EstimateSizes(unsigned& out_size, unsigned,
+                                                                const void* in, unsigned& in_size,
+                                                                unsigned, bool) {
+  return BlockEstimate(factor_->GetFactor(), 2, out_size, in, in_size);
+}
+BufferResult WideCharToStandardUTF8ConverterImpl::ComputeSizes(unsigned& out_size, unsigned,
+                                                               const void* in, unsigned& in_size,
+                                                               unsigned, bool end_of_input) {
+  return ComputeByCharacter(SizesOne, out_size, in, in_size, end_of_input);
+}
+BufferResult WideCharToStandardUTF8ConverterImpl::Convert(void* out, unsigned& out_size,
+                                                          unsigned& out_pos, const void* in,
+                                                          unsigned& in_size, unsigned& in_pos,
+                                                          bool end_of_input) {
+  BufferResult result;
+  if (BlockPrologue(*this, result, out, out_size, out_pos, in, in_size, in_pos, end_of_input)) {
+    return result;
+  }
+  unsigned written = 0;
+  unsigned consumed = 0;
+  fast::Utf16ToStandardUtf8Run(static_cast<unsigned char*>(out), out_size,
+                               static_cast<const unsigned char*>(in), in_size, written, consumed);
+  return ContinueByCharacter(ConvertOne, out, out_size, out_pos, in, in_size, in_pos, end_of_input,
+                             written, consumed);
+}
+
+// ---------------------------------------------------------------------------------------------
+// Case of standard UTF-8
+
+StandardUTF8CaseConverterImpl::~StandardUTF8CaseConverterImpl() = default;
+
+bool StandardUTF8CaseConverterImpl::Map(const void* in, unsigned& in_size, unsigned& out_size,
+                                        std::uint32_t& mapped, BufferResult& result) const {
+  if (NoInput(out_size, in, in_size, result)) return false;
+  std::uint32_t c;
+  const unsigned length = DecodeStandard(in, in_size, out_size, c);
+  if (length == 0) {
+    result = ResultInputIncomplete;
+    return false;
+  }
+  mapped = upper_ ? platform::ToUpperWide(c) : platform::ToLowerWide(c);
+  if (mapped > codec::kMaxScalar || codec::IsSurrogate(mapped)) mapped = c;
+  in_size = length;
+  out_size = Utf8Length(mapped);
+  return true;
+}
+
+BufferResult StandardUTF8CaseConverterImpl::ComputeSizes(unsigned& out_size, const void* in,
+                                                         unsigned& in_size, bool) {
+  std::uint32_t mapped;
+  BufferResult result;
+  Map(in, in_size, out_size, mapped, result);
+  return result;
+}
+
+BufferResult StandardUTF8CaseConverterImpl::Convert(void* out, unsigned& out_size, const void* in,
+                                                    unsigned& in_size, bool) {
+  const unsigned room = out != nullptr ? out_size : 0;
+  std::uint32_t mapped;
+  BufferResult result;
+  if (!Map(in, in_size, out_size, mapped, result)) return result;
+  if (room < out_size) return ResultOutputTooSmall;
+  auto* o = static_cast<unsigned char*>(out);
+  codec::Utf8Encode(o, o + out_size, mapped);
+  return ResultOK;
 }
 
 }  // namespace kiv

@@ -1,6 +1,14 @@
-// The character codecs shared by the converters and the encodings: UTF-8 in its original
-// up-to-six-byte form (31-bit values), the UTF-32 to UTF-16 step, and unaligned access to 16- and
-// 32-bit code units (text buffers handed to converters may start at any byte).
+// The character codecs shared by the converters and the encodings: UTF-8 in two forms, the UTF-32
+// to UTF-16 step, and unaligned access to 16- and 32-bit code units (text buffers handed to
+// converters may start at any byte).
+//
+// The two UTF-8 forms:
+// - lenient (Utf8Decode), the library's original form: one to six bytes, 31-bit values, encoded
+//   surrogates accepted, a cut-off sequence judged from its lead byte alone. The "utf-8" encoding
+//   uses it and stored text depends on it.
+// - standard (StandardUtf8Decode): one to four bytes, values up to 0x10FFFF, no surrogates,
+//   shortest forms only; what HTTP clients expect. The "utf-8-standard" encoding uses it.
+// Both encode with Utf8Encode, which writes the shortest form of any value it is given.
 #ifndef KIV_SRC_TEXT_CONVERTERS_UTF8_CODEC_H_
 #define KIV_SRC_TEXT_CONVERTERS_UTF8_CODEC_H_
 
@@ -26,12 +34,12 @@ inline void Store32(void* p, std::uint32_t v) noexcept { std::memcpy(p, &v, size
 constexpr int kUtf8Incomplete = 0;
 constexpr int kUtf8Invalid = -1;
 
-// Decodes the character at `p` (which must lie before `e`). Returns its length (1 to 6) and stores
-// its value; kUtf8Incomplete when the sequence that the lead byte announces runs past `e` (decided
-// from the lead byte alone, before the following bytes are looked at); kUtf8Invalid for a stray
-// continuation byte, 0xFE, 0xFF, a missing continuation byte or an overlong form. Encoded surrogate
-// values are accepted. With `Bounded` false there is no end: the text is terminated, and a
-// terminator inside a sequence is a missing continuation byte.
+// Decodes the lenient UTF-8 character at `p` (which must lie before `e`). Returns its length (1 to
+// 6) and stores its value; kUtf8Incomplete when the sequence that the lead byte announces runs past
+// `e` (decided from the lead byte alone, before the following bytes are looked at); kUtf8Invalid
+// for a stray continuation byte, 0xFE, 0xFF, a missing continuation byte or an overlong form.
+// Encoded surrogate values are accepted. With `Bounded` false there is no end: the text is
+// terminated, and a terminator inside a sequence is a missing continuation byte.
 template <bool Bounded = true>
 inline int Utf8Decode(const unsigned char* p, const unsigned char* e,
                       std::uint32_t& value) noexcept {
@@ -69,6 +77,66 @@ inline int Utf8Decode(const unsigned char* p, const unsigned char* e,
   // The upper limit of each length holds by construction (the bits available); only overlong
   // forms can fall outside.
   if (v < minimum) return kUtf8Invalid;
+  value = v;
+  return length;
+}
+
+// Bounds of standard UTF-8 sequences.
+constexpr std::uint32_t kMaxScalar = 0x10FFFF;
+constexpr int kStandardUtf8MaxLength = 4;
+
+inline bool IsSurrogate(std::uint32_t c) noexcept { return (c & 0xFFFFF800u) == 0xD800; }
+inline bool IsLeadSurrogate(std::uint32_t c) noexcept { return (c & 0xFFFFFC00u) == 0xD800; }
+inline bool IsTrailSurrogate(std::uint32_t c) noexcept { return (c & 0xFFFFFC00u) == 0xDC00; }
+inline std::uint32_t CombineSurrogates(std::uint32_t lead, std::uint32_t trail) noexcept {
+  return 0x10000 + ((lead - 0xD800) << 10) + (trail - 0xDC00);
+}
+
+// Decodes the standard UTF-8 character at `p` (which must lie before `e`). Returns its length (1
+// to 4) and stores its value; kUtf8Invalid for anything that is not well-formed (a stray
+// continuation byte, C0, C1, F5-FF, a missing continuation byte, an overlong form, an encoded
+// surrogate, a value above 0x10FFFF). Each later byte is checked as soon as it is there, so the
+// answer is kUtf8Incomplete only when the bytes up to `e` begin a well-formed sequence: "E0 41"
+// is invalid at once, whatever would follow. With `Bounded` false the text is terminated and a
+// terminator inside a sequence is a missing continuation byte.
+template <bool Bounded = true>
+inline int StandardUtf8Decode(const unsigned char* p, const unsigned char* e,
+                              std::uint32_t& value) noexcept {
+  const unsigned lead = p[0];
+  if (lead < 0x80) {
+    value = lead;
+    return 1;
+  }
+  int length;
+  std::uint32_t v;
+  // The range of the second byte; E0, ED, F0 and F4 narrow it to rule out overlong forms,
+  // surrogates and values above 0x10FFFF.
+  unsigned low = 0x80;
+  unsigned high = 0xBF;
+  if (lead < 0xC2) {
+    return kUtf8Invalid;
+  } else if (lead < 0xE0) {
+    length = 2, v = lead & 0x1F;
+  } else if (lead < 0xF0) {
+    length = 3, v = lead & 0x0F;
+    if (lead == 0xE0) low = 0xA0;
+    if (lead == 0xED) high = 0x9F;
+  } else if (lead < 0xF5) {
+    length = 4, v = lead & 0x07;
+    if (lead == 0xF0) low = 0x90;
+    if (lead == 0xF4) high = 0x8F;
+  } else {
+    return kUtf8Invalid;
+  }
+  for (int i = 1; i < length; ++i) {
+    if constexpr (Bounded) {
+      if (e - p <= i) return kUtf8Incomplete;
+    }
+    const unsigned c = p[i];
+    if (c < low || c > high) return kUtf8Invalid;
+    low = 0x80, high = 0xBF;
+    v = (v << 6) | (c & 0x3F);
+  }
   value = v;
   return length;
 }

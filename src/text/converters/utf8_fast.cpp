@@ -11,8 +11,11 @@
 //   step, and anything else (invalid, long or too large sequences) goes through a scalar step.
 // - Wide text is taken 8 units at a time: ASCII is narrowed, units below 0x800 and the rest are
 //   encoded in lanes and packed with a shuffle chosen by the length of each unit's sequence.
-// Without SSE4.1 the scalar steps do all the work. Whatever a step does not take is left to the
-// per-character loop of the converter.
+// - Validation takes UTF-8 in blocks of 64 bytes, comparing each byte with the three before it:
+//   the continuation bytes that lead bytes claim must be exactly the continuation bytes there, and
+//   the second byte after E0, ED (standard form), F0 and F4 must lie in its narrower range.
+// Without SSE4.1 the scalar steps do all the work (validation skips ASCII eight bytes at a time).
+// Whatever a step does not take is left to the per-character loop of the converter.
 //
 // The vector steps store whole 16-byte vectors of which only a prefix is output. So that no byte
 // of `out` beyond the output is touched, they write into a staging area on the stack that is
@@ -37,7 +40,9 @@ namespace {
 
 // Decodes one character of one to four bytes with a value below 0x110000 at `p`, whose four
 // bytes must be readable. Returns its length, or 0 for anything else (invalid, overlong, five or
-// six bytes, too large): the per-character rule decides about those.
+// six bytes, too large, and in the standard form an encoded surrogate): the per-character rule
+// decides about those.
+template <bool kStandard>
 inline int DecodeCommon(const unsigned char* p, std::uint32_t& value) noexcept {
   const unsigned b0 = p[0];
   if (b0 < 0x80) {
@@ -55,7 +60,7 @@ inline int DecodeCommon(const unsigned char* p, std::uint32_t& value) noexcept {
   if ((b2 & 0xC0) != 0x80) return 0;
   if (b0 < 0xF0) {
     value = ((b0 & 0x0F) << 12) | ((b1 & 0x3F) << 6) | (b2 & 0x3F);
-    return value >= 0x800 ? 3 : 0;
+    return value >= 0x800 && !(kStandard && codec::IsSurrogate(value)) ? 3 : 0;
   }
   const unsigned b3 = p[3];
   if ((b3 & 0xC0) != 0x80 || b0 >= 0xF8) return 0;
@@ -77,11 +82,12 @@ inline unsigned PutUnits(unsigned char* o, std::uint32_t value) noexcept {
 // Scalar UTF-8 to UTF-16 from `*p` while at least four input bytes and four bytes of room are
 // left (so no character can be cut off or not fit) and below `stop`. False when it met a
 // character that the per-character rule must handle.
+template <bool kStandard>
 inline bool Utf8Scalar(const unsigned char*& p, const unsigned char* stop, const unsigned char* end,
                        unsigned char* o, unsigned& w, unsigned room) noexcept {
   while (p < stop && end - p >= 4 && room - w >= 4) {
     std::uint32_t value;
-    const int length = DecodeCommon(p, value);
+    const int length = DecodeCommon<kStandard>(p, value);
     if (length == 0) return false;
     w += PutUnits(o + w, value);
     p += length;
@@ -89,32 +95,72 @@ inline bool Utf8Scalar(const unsigned char*& p, const unsigned char* stop, const
   return true;
 }
 
-// Scalar 16-bit unit to UTF-8 while a whole unit and three bytes of room are left.
-inline void Utf16Scalar(const unsigned char*& p, const unsigned char* end, unsigned char* o,
-                        unsigned& w, unsigned room) noexcept {
-  while (end - p >= 2 && room - w >= 3) {
-    const std::uint32_t unit = codec::Load16(p);
-    w += static_cast<unsigned>(codec::Utf8Encode(o + w, o + w + 3, unit));
-    p += 2;
+// Scalar 16-bit units to UTF-8 from `*p` while a whole unit and room for the longest sequence
+// are left and below `stop`. The lenient form writes every unit as it is (a surrogate becomes
+// three bytes); the standard form writes a surrogate pair as one four-byte sequence and answers
+// false at a surrogate that is not followed by its pair (or whose pair is cut off).
+template <bool kStandard>
+inline bool Utf16Scalar(const unsigned char*& p, const unsigned char* stop,
+                        const unsigned char* end, unsigned char* o, unsigned& w,
+                        unsigned room) noexcept {
+  constexpr unsigned kLongest = kStandard ? 4 : 3;
+  while (p < stop && end - p >= 2 && room - w >= kLongest) {
+    std::uint32_t c = codec::Load16(p);
+    unsigned units = 1;
+    if (kStandard && codec::IsSurrogate(c)) {
+      if (!codec::IsLeadSurrogate(c) || end - p < 4) return false;
+      const std::uint32_t trail = codec::Load16(p + 2);
+      if (!codec::IsTrailSurrogate(trail)) return false;
+      c = codec::CombineSurrogates(c, trail);
+      units = 2;
+    }
+    w += static_cast<unsigned>(codec::Utf8Encode(o + w, o + w + kLongest, c));
+    p += 2 * units;
   }
+  return true;
 }
 
+template <bool kStandard>
 void Utf8ToUtf16Scalar(unsigned char* out, unsigned out_size, const unsigned char* in,
                        unsigned in_size, unsigned& written, unsigned& consumed) {
   const unsigned char* p = in;
   unsigned w = 0;
-  Utf8Scalar(p, in + in_size, in + in_size, out, w, out_size);
+  Utf8Scalar<kStandard>(p, in + in_size, in + in_size, out, w, out_size);
   written = w;
   consumed = static_cast<unsigned>(p - in);
 }
 
+template <bool kStandard>
 void Utf16ToUtf8Scalar(unsigned char* out, unsigned out_size, const unsigned char* in,
                        unsigned in_size, unsigned& written, unsigned& consumed) {
   const unsigned char* p = in;
   unsigned w = 0;
-  Utf16Scalar(p, in + in_size, out, w, out_size);
+  Utf16Scalar<kStandard>(p, in + in_size, in + in_size, out, w, out_size);
   written = w;
   consumed = static_cast<unsigned>(p - in);
+}
+
+// The bytes of the characters of a valid `block` bytes at `p` (starting at a character boundary)
+// that end inside it: all of them, unless the last character runs past the end.
+inline unsigned WholeCharacters(const unsigned char* p, unsigned block) noexcept {
+  unsigned last = block;
+  while (last > 0 && (p[last - 1] & 0xC0) == 0x80) --last;
+  if (last == 0) return block;
+  const unsigned lead = p[last - 1];
+  const unsigned length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+  return last - 1 + length <= block ? block : last - 1;
+}
+
+// ASCII eight bytes at a time.
+std::size_t Utf8ValidPrefixScalar(const unsigned char* in, std::size_t size) noexcept {
+  constexpr std::uint64_t kHighBits = 0x8080808080808080u;
+  std::size_t i = 0;
+  for (; size - i >= 8; i += 8) {
+    std::uint64_t word;
+    std::memcpy(&word, in + i, sizeof word);
+    if ((word & kHighBits) != 0) break;
+  }
+  return i;
 }
 
 #if KIV_FAST_X86
@@ -357,6 +403,7 @@ struct ByteClasses {
   unsigned lead4;      // F0-FF
   unsigned overlong2;  // C0 C1
   unsigned e0;         // E0
+  unsigned ed;         // ED
   unsigned low_cont;   // 80-9F
 };
 
@@ -368,21 +415,27 @@ __attribute__((target("sse4.1"))) inline ByteClasses Classify(__m128i v) {
   c.lead4 = Mask(_mm_cmpgt_epi8(v, _mm_set1_epi8(-17))) & c.high;
   c.overlong2 = Mask(_mm_cmplt_epi8(v, _mm_set1_epi8(-62))) & ~c.cont;
   c.e0 = Mask(_mm_cmpeq_epi8(v, _mm_set1_epi8(-32)));
+  c.ed = Mask(_mm_cmpeq_epi8(v, _mm_set1_epi8(-19)));
   c.low_cont = Mask(_mm_cmplt_epi8(v, _mm_set1_epi8(-96)));
   return c;
 }
 
 // Positions (of `bits` positions) where the text breaks the rules for one- to three-byte
 // characters: a continuation byte that no lead byte before it expects or an expected one that is
-// missing (checked for the positions inside the span only), an overlong form, a byte from 0xF0 up.
-template <class M>
-inline M BadPositions(M high, M cont, M lead3, M lead4, M overlong2, M e0, M low_cont) noexcept {
+// missing (checked for the positions inside the span only), an overlong form, a byte from 0xF0 up,
+// and in the standard form an encoded surrogate (ED A0-BF).
+template <bool kStandard, class M>
+inline M BadPositions(M high, M cont, M lead3, M lead4, M overlong2, M e0, M ed,
+                      M low_cont) noexcept {
   const M lead = high & ~cont;
   const M expected = (lead << 1) | (lead3 << 2);
-  return (expected ^ cont) | overlong2 | ((e0 << 1) & low_cont) | lead4;
+  M bad = (expected ^ cont) | overlong2 | ((e0 << 1) & low_cont) | lead4;
+  if constexpr (kStandard) bad |= (ed << 1) & cont & ~low_cont;
+  return bad;
 }
 
 // One step over the 16-byte window at `p`; false when the per-character rule must take over.
+template <bool kStandard>
 __attribute__((target("sse4.1"))) inline bool WindowStep(const unsigned char*& p,
                                                          const unsigned char* end,
                                                          StagedOutput& o) {
@@ -397,8 +450,9 @@ __attribute__((target("sse4.1"))) inline bool WindowStep(const unsigned char*& p
   const unsigned lead4 = Mask(_mm_cmpgt_epi8(v, _mm_set1_epi8(-17))) & high;  // F0-FF
   if (lead4 == 0) {
     const ByteClasses c = Classify(v);
-    const unsigned bad =
-        BadPositions(c.high, c.cont, c.lead3, c.lead4, c.overlong2, c.e0, c.low_cont) & 0xFFFF;
+    const unsigned bad = BadPositions<kStandard>(c.high, c.cont, c.lead3, c.lead4, c.overlong2,
+                                                 c.e0, c.ed, c.low_cont) &
+                         0xFFFF;
     if (bad == 0) {
       unsigned out_bytes = 0;
       const unsigned bytes = DecodeWindow(v, ~(c.cont >> 1), o.Next(), out_bytes);
@@ -420,7 +474,7 @@ __attribute__((target("sse4.1"))) inline bool WindowStep(const unsigned char*& p
   // Anything else: the characters starting in this window one by one (at most 2 output bytes
   // per input byte, and 4 more for a last character running past the window).
   unsigned local = 0;
-  const bool common = Utf8Scalar(p, p + 16, end, o.Next(), local, o.Room());
+  const bool common = Utf8Scalar<kStandard>(p, p + 16, end, o.Next(), local, o.Room());
   o.Add(local);
   return common;
 }
@@ -451,6 +505,7 @@ __attribute__((target("sse4.1"))) inline unsigned BlockStep(const unsigned char*
 
 // Blocks of 64 bytes are classified at once, so that stepping from one character window to the
 // next waits only for a table lookup, not for a load and its classification.
+template <bool kStandard>
 __attribute__((target("sse4.1"))) void Utf8ToUtf16Sse(unsigned char* out, unsigned out_size,
                                                       const unsigned char* in, unsigned in_size,
                                                       unsigned& written, unsigned& consumed) {
@@ -481,10 +536,11 @@ __attribute__((target("sse4.1"))) void Utf8ToUtf16Sse(unsigned char* out, unsign
     if (Mask(_mm_cmpgt_epi8(top, _mm_set1_epi8(-17))) & Mask(top)) {
       // A byte from 0xF0 up: window by window through the block.
       const unsigned char* block_end = p + 64;
-      while (common && p < block_end) common = WindowStep(p, end, o);
+      while (common && p < block_end) common = WindowStep<kStandard>(p, end, o);
       continue;
     }
-    std::uint64_t high = 0, cont = 0, lead3 = 0, lead4 = 0, overlong2 = 0, e0 = 0, low_cont = 0;
+    std::uint64_t high = 0, cont = 0, lead3 = 0, lead4 = 0, overlong2 = 0, e0 = 0, ed = 0;
+    std::uint64_t low_cont = 0;
     for (int k = 0; k < 4; ++k) {
       const ByteClasses c = Classify(v[k]);
       high |= std::uint64_t{c.high} << (16 * k);
@@ -493,12 +549,13 @@ __attribute__((target("sse4.1"))) void Utf8ToUtf16Sse(unsigned char* out, unsign
       lead4 |= std::uint64_t{c.lead4} << (16 * k);
       overlong2 |= std::uint64_t{c.overlong2} << (16 * k);
       e0 |= std::uint64_t{c.e0} << (16 * k);
+      ed |= std::uint64_t{c.ed} << (16 * k);
       low_cont |= std::uint64_t{c.low_cont} << (16 * k);
     }
-    if (BadPositions(high, cont, lead3, lead4, overlong2, e0, low_cont) != 0) {
+    if (BadPositions<kStandard>(high, cont, lead3, lead4, overlong2, e0, ed, low_cont) != 0) {
       // Not a block of valid one- to three-byte characters: window by window through it.
       const unsigned char* block_end = p + 64;
-      while (common && p < block_end) common = WindowStep(p, end, o);
+      while (common && p < block_end) common = WindowStep<kStandard>(p, end, o);
       continue;
     }
     // Valid throughout (characters running past the block are checked only up to its end). The
@@ -517,7 +574,7 @@ __attribute__((target("sse4.1"))) void Utf8ToUtf16Sse(unsigned char* out, unsign
       }
       o.Add(out_bytes);
       p += pos;
-      if (pos == 0) common = WindowStep(p, end, o);
+      if (pos == 0) common = WindowStep<kStandard>(p, end, o);
       continue;
     }
     unsigned split = 32;
@@ -548,19 +605,20 @@ __attribute__((target("sse4.1"))) void Utf8ToUtf16Sse(unsigned char* out, unsign
     }
     o.Add(out_bytes);
     p += pos;
-    if (pos == 0) common = WindowStep(p, end, o);
+    if (pos == 0) common = WindowStep<kStandard>(p, end, o);
   }
   while (common && end - p >= 16 && o.Room() >= 40) {
     o.MakeRoom();
-    common = WindowStep(p, end, o);
+    common = WindowStep<kStandard>(p, end, o);
   }
   o.Flush();
   unsigned w = o.w;
-  if (common) Utf8Scalar(p, end, end, out, w, out_size);
+  if (common) Utf8Scalar<kStandard>(p, end, end, out, w, out_size);
   written = w;
   consumed = static_cast<unsigned>(p - in);
 }
 
+template <bool kStandard>
 __attribute__((target("sse4.1"))) void Utf16ToUtf8Sse(unsigned char* out, unsigned out_size,
                                                       const unsigned char* in, unsigned in_size,
                                                       unsigned& written, unsigned& consumed) {
@@ -589,6 +647,18 @@ __attribute__((target("sse4.1"))) void Utf16ToUtf8Sse(unsigned char* out, unsign
       _mm_storel_epi64(reinterpret_cast<__m128i*>(stage + staged), _mm_packus_epi16(a, a));
       staged += 8, w += 8, p += 16;
       continue;
+    }
+    if (kStandard) {
+      const __m128i top5 = _mm_and_si128(a, _mm_set1_epi16(static_cast<short>(0xF800)));
+      if (!_mm_testz_si128(_mm_cmpeq_epi16(top5, _mm_set1_epi16(static_cast<short>(0xD800))),
+                           _mm_set1_epi16(-1))) {
+        // Surrogates: these eight units one by one (a pair may end one unit past them).
+        unsigned local = 0;
+        const bool paired = Utf16Scalar<true>(p, p + 16, end, stage + staged, local, out_size - w);
+        staged += local, w += local;
+        if (!paired) break;
+        continue;
+      }
     }
     if (_mm_testz_si128(a, _mm_set1_epi16(static_cast<short>(0xF800)))) {  // all below 0x800
       const __m128i ascii = _mm_cmplt_epi16(a, _mm_set1_epi16(0x80));
@@ -633,9 +703,64 @@ __attribute__((target("sse4.1"))) void Utf16ToUtf8Sse(unsigned char* out, unsign
     p += 16;
   }
   flush();
-  Utf16Scalar(p, end, out, w, out_size);
+  Utf16Scalar<kStandard>(p, end, end, out, w, out_size);
   written = w;
   consumed = static_cast<unsigned>(p - in);
+}
+
+// Validation of 64-byte blocks that start at a character boundary: every byte checked against
+// the byte before it (and the two and three before, for the continuation bytes a lead byte
+// claims). Leads in the last three bytes may claim bytes past the block; those characters are
+// left for the next block, which starts at them.
+template <bool kStandard>
+__attribute__((target("sse4.1"))) std::size_t Utf8ValidPrefixSse(const unsigned char* in,
+                                                                 std::size_t size) {
+  const unsigned char* p = in;
+  const unsigned char* const end = in + size;
+  auto byte = [](int b) { return _mm_set1_epi8(static_cast<char>(b)); };
+  while (end - p >= 64) {
+    __m128i v[4];
+    for (int k = 0; k < 4; ++k)
+      v[k] = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16 * k));
+    const __m128i any = _mm_or_si128(_mm_or_si128(v[0], v[1]), _mm_or_si128(v[2], v[3]));
+    if (Mask(any) == 0) {
+      p += 64;
+      continue;
+    }
+    __m128i error = _mm_setzero_si128();
+    __m128i prev = _mm_setzero_si128();
+    for (int k = 0; k < 4; ++k) {
+      const __m128i cur = v[k];
+      const __m128i prev1 = _mm_alignr_epi8(cur, prev, 15);
+      const __m128i prev2 = _mm_alignr_epi8(cur, prev, 14);
+      const __m128i prev3 = _mm_alignr_epi8(cur, prev, 13);
+      // Bytes that a lead byte before them claims, and the continuation bytes: they must agree.
+      const __m128i claimed = _mm_or_si128(
+          _mm_or_si128(_mm_subs_epu8(prev1, byte(0xBF)), _mm_subs_epu8(prev2, byte(0xDF))),
+          _mm_subs_epu8(prev3, byte(0xEF)));
+      const __m128i unclaimed = _mm_cmpeq_epi8(claimed, _mm_setzero_si128());
+      const __m128i cont = _mm_cmpeq_epi8(_mm_and_si128(cur, byte(0xC0)), byte(0x80));
+      // Continuation bytes compare as signed: 80-BF are -128 to -65, in order.
+      __m128i bad = _mm_xor_si128(cont, _mm_xor_si128(unclaimed, byte(0xFF)));
+      bad = _mm_or_si128(bad, _mm_cmpeq_epi8(_mm_and_si128(cur, byte(0xFE)), byte(0xC0)));
+      bad = _mm_or_si128(bad, _mm_cmpeq_epi8(_mm_max_epu8(cur, byte(0xF5)), cur));
+      bad = _mm_or_si128(
+          bad, _mm_and_si128(_mm_cmpeq_epi8(prev1, byte(0xE0)), _mm_cmplt_epi8(cur, byte(0xA0))));
+      bad = _mm_or_si128(
+          bad, _mm_and_si128(_mm_cmpeq_epi8(prev1, byte(0xF0)), _mm_cmplt_epi8(cur, byte(0x90))));
+      bad = _mm_or_si128(
+          bad, _mm_and_si128(_mm_cmpeq_epi8(prev1, byte(0xF4)), _mm_cmpgt_epi8(cur, byte(0x8F))));
+      if constexpr (kStandard) {
+        bad = _mm_or_si128(
+            bad, _mm_and_si128(_mm_cmpeq_epi8(prev1, byte(0xED)), _mm_cmpgt_epi8(cur, byte(0x9F))));
+      }
+      error = _mm_or_si128(error, bad);
+      prev = cur;
+    }
+    if (!_mm_testz_si128(error, error)) break;
+    p += WholeCharacters(p, 64);
+  }
+  return static_cast<std::size_t>(p - in);
 }
 
 #endif  // KIV_FAST_X86
@@ -646,20 +771,50 @@ void Utf8ToUtf16Run(unsigned char* out, unsigned out_size, const unsigned char* 
                     unsigned in_size, unsigned& written, unsigned& consumed) {
 #if KIV_FAST_X86
   if (in_size >= 16 && HaveSse41()) {
-    return Utf8ToUtf16Sse(out, out_size, in, in_size, written, consumed);
+    return Utf8ToUtf16Sse<false>(out, out_size, in, in_size, written, consumed);
   }
 #endif
-  Utf8ToUtf16Scalar(out, out_size, in, in_size, written, consumed);
+  Utf8ToUtf16Scalar<false>(out, out_size, in, in_size, written, consumed);
 }
 
 void Utf16ToUtf8Run(unsigned char* out, unsigned out_size, const unsigned char* in,
                     unsigned in_size, unsigned& written, unsigned& consumed) {
 #if KIV_FAST_X86
   if (in_size >= 16 && HaveSse41()) {
-    return Utf16ToUtf8Sse(out, out_size, in, in_size, written, consumed);
+    return Utf16ToUtf8Sse<false>(out, out_size, in, in_size, written, consumed);
   }
 #endif
-  Utf16ToUtf8Scalar(out, out_size, in, in_size, written, consumed);
+  Utf16ToUtf8Scalar<false>(out, out_size, in, in_size, written, consumed);
+}
+
+void StandardUtf8ToUtf16Run(unsigned char* out, unsigned out_size, const unsigned char* in,
+                            unsigned in_size, unsigned& written, unsigned& consumed) {
+#if KIV_FAST_X86
+  if (in_size >= 16 && HaveSse41()) {
+    return Utf8ToUtf16Sse<true>(out, out_size, in, in_size, written, consumed);
+  }
+#endif
+  Utf8ToUtf16Scalar<true>(out, out_size, in, in_size, written, consumed);
+}
+
+void Utf16ToStandardUtf8Run(unsigned char* out, unsigned out_size, const unsigned char* in,
+                            unsigned in_size, unsigned& written, unsigned& consumed) {
+#if KIV_FAST_X86
+  if (in_size >= 16 && HaveSse41()) {
+    return Utf16ToUtf8Sse<true>(out, out_size, in, in_size, written, consumed);
+  }
+#endif
+  Utf16ToUtf8Scalar<true>(out, out_size, in, in_size, written, consumed);
+}
+
+std::size_t Utf8ValidPrefix(const unsigned char* in, std::size_t size, bool standard) {
+#if KIV_FAST_X86
+  if (size >= 64 && HaveSse41()) {
+    return standard ? Utf8ValidPrefixSse<true>(in, size) : Utf8ValidPrefixSse<false>(in, size);
+  }
+#endif
+  static_cast<void>(standard);
+  return Utf8ValidPrefixScalar(in, size);
 }
 
 void AsciiToWideRun(unsigned char* out, const unsigned char* in, unsigned count) {

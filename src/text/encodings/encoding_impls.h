@@ -1,6 +1,6 @@
 // The text encoding classes: a common base holding the four converters, fixed-width encodings of
 // 8-, 16- and 32-bit units, a variable-width encoding that walks its text with an enumeration
-// cursor, and the four built-in encodings.
+// cursor, the four built-in encodings and standard UTF-8.
 #ifndef KIV_SRC_TEXT_ENCODINGS_ENCODING_IMPLS_H_
 #define KIV_SRC_TEXT_ENCODINGS_ENCODING_IMPLS_H_
 
@@ -68,9 +68,11 @@ class FixedTextEncoding : public CommonTextEncodingImpl {
   bool flag_;
 };
 
-// The cursor with which the UTF-8 encoding walks its text (rules of the UTF-8 decoder: one to six
-// bytes, overlong forms invalid).
-class UTF8TextEnumeration {
+// The cursor with which a UTF-8 encoding walks its text, in one of the two forms of utf8_codec.h:
+// lenient (the "utf-8" encoding: one to six bytes, overlong forms invalid) or standard (the
+// "utf-8-standard" encoding: exactly the characters its converter accepts).
+template <bool kStandard>
+class BasicUTF8TextEnumeration {
  public:
   void Start(const void* data, unsigned length) noexcept {
     pos_ = static_cast<const unsigned char*>(data);
@@ -95,8 +97,14 @@ class UTF8TextEnumeration {
   // invalid sequence throws CannotConvertException.
   bool Next() {
     std::uint32_t value;
-    const int length = bounded_ ? codec::Utf8Decode<true>(pos_, end_, value)
-                                : codec::Utf8Decode<false>(pos_, nullptr, value);
+    int length;
+    if constexpr (kStandard) {
+      length = bounded_ ? codec::StandardUtf8Decode<true>(pos_, end_, value)
+                        : codec::StandardUtf8Decode<false>(pos_, nullptr, value);
+    } else {
+      length = bounded_ ? codec::Utf8Decode<true>(pos_, end_, value)
+                        : codec::Utf8Decode<false>(pos_, nullptr, value);
+    }
     if (length == codec::kUtf8Incomplete) {
       truncated_ = true;
       return false;
@@ -122,6 +130,9 @@ class UTF8TextEnumeration {
   bool truncated_ = false;
   bool bounded_ = true;
 };
+
+using UTF8TextEnumeration = BasicUTF8TextEnumeration<false>;
+using StandardUTF8TextEnumeration = BasicUTF8TextEnumeration<true>;
 
 // A variable-width encoding over units of type U, walked with the cursor E. Compare subtracts
 // unsigned units, so UTF-8 text compares in code point order. Unlike the fixed encodings, DataAt
@@ -183,6 +194,17 @@ class UTF8TextEncodingImpl : public VariableTextEncoding<unsigned char, UTF8Text
                        const TextEncoding& utf16);
 };
 
+// Standard UTF-8 beside the lenient "utf-8": its converters pair surrogates into four-byte
+// sequences and accept only well-formed text, and its cursor steps by the same rules, so counts,
+// indexes and searches agree with what the converters produce. Case is folded per character over
+// the whole value (StandardUTF8CaseConverterImpl).
+class StandardUTF8TextEncodingImpl
+    : public VariableTextEncoding<unsigned char, StandardUTF8TextEnumeration> {
+ public:
+  StandardUTF8TextEncodingImpl();
+  ~StandardUTF8TextEncodingImpl() override;
+};
+
 // Holders of the shared encodings.
 class AsciiTextEncodingHolder : public StaticRef<TextEncodingItf, AsciiTextEncodingHolder> {
  public:
@@ -191,6 +213,11 @@ class AsciiTextEncodingHolder : public StaticRef<TextEncodingItf, AsciiTextEncod
 class UTF8TextEncodingHolder : public StaticRef<TextEncodingItf, UTF8TextEncodingHolder> {
  public:
   static TextEncodingItf* Make() { return new UTF8TextEncodingImpl(); }
+};
+class StandardUTF8TextEncodingHolder
+    : public StaticRef<TextEncodingItf, StandardUTF8TextEncodingHolder> {
+ public:
+  static TextEncodingItf* Make() { return new StandardUTF8TextEncodingImpl(); }
 };
 class UTF16TextEncodingHolder : public StaticRef<TextEncodingItf, UTF16TextEncodingHolder> {
  public:

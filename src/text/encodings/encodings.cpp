@@ -321,6 +321,7 @@ bool VariableTextEncoding<U, E>::Terminate(void* data, unsigned offset, unsigned
 }
 
 template class VariableTextEncoding<unsigned char, UTF8TextEnumeration>;
+template class VariableTextEncoding<unsigned char, StandardUTF8TextEnumeration>;
 
 // ---------------------------------------------------------------------------------------------
 // The built-in encodings
@@ -377,6 +378,21 @@ UTF8TextEncodingImpl::UTF8TextEncodingImpl(const BlockConverter& to_wide,
           Utf8CaseConverter(to_wide, from_wide, utf16->GetToUpperConverter())) {}
 UTF8TextEncodingImpl::~UTF8TextEncodingImpl() = default;
 
+namespace {
+
+BlockConverter StandardUtf8CaseConverter(bool upper) {
+  return BlockConverterExp::Make(DataConverter(new StandardUTF8CaseConverterImpl(upper)), 1.0f);
+}
+
+}  // namespace
+
+StandardUTF8TextEncodingImpl::StandardUTF8TextEncodingImpl()
+    : VariableTextEncoding<unsigned char, StandardUTF8TextEnumeration>(
+          BlockConverter(new WideCharToStandardUTF8ConverterImpl()),
+          BlockConverter(new StandardUTF8ToWideCharConverterImpl()),
+          StandardUtf8CaseConverter(false), StandardUtf8CaseConverter(true)) {}
+StandardUTF8TextEncodingImpl::~StandardUTF8TextEncodingImpl() = default;
+
 // ---------------------------------------------------------------------------------------------
 // Factories
 
@@ -387,6 +403,11 @@ TextEncoding TextEncodingExp::MakeAscii() {
 
 TextEncoding TextEncodingExp::MakeUTF8() {
   static UTF8TextEncodingHolder holder;
+  return holder.Get();
+}
+
+TextEncoding TextEncodingExp::MakeStandardUTF8() {
+  static StandardUTF8TextEncodingHolder holder;
   return holder.Get();
 }
 
