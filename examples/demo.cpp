@@ -191,6 +191,13 @@ int main(int argc, char** argv) {
     Configure(config.c_str());
     Log(kiv::LogInfo, "settings loaded from " + config);
     std::printf("== Strings and encodings ==\n");
+    // Invalid text would only fail later with no position; say where it is wrong instead.
+    kiv::TextValidation check =
+        TextEncodingExp::Validate(TextEncodingExp::MakeUTF8(), bytes.data(), bytes.size());
+    if (!check.valid) {
+      throw DemoError("the text is not valid UTF-8 at byte " + std::to_string(check.offset) + ": " +
+                      check.reason);
+    }
     kiv::String text(TextEncodingExp::MakeUTF8(), bytes.data(),
                      static_cast<unsigned>(bytes.size()));
     std::printf("input: %u bytes of UTF-8, %u characters\n", text->ByteLength(), text->Length());

@@ -37,10 +37,9 @@ constexpr int kLingerMs = 500;
 constexpr unsigned kLingerBytes = 256 * 1024;
 
 // The encoding of upper-cased answers.
-kiv::TextEncoding ResponseEncoding() {
-  // switch to MakeStandardUTF8 when it lands
-  return kiv::TextEncodingExp::MakeUTF8();
-}
+// Answers leave in standard UTF-8, so characters above U+FFFF reach clients as one four-byte
+// sequence (the library's own "utf-8" would write each half of a surrogate pair on its own).
+kiv::TextEncoding ResponseEncoding() { return kiv::TextEncodingExp::MakeStandardUTF8(); }
 
 // The encoding a POST body names in the charset of its Content-Type; UTF-8 when it names none.
 // "utf-16" and "utf-32" are read in the machine's byte order. HttpError 415 for other charsets.
