@@ -5,9 +5,15 @@
 // encoding. `StringBuffer` is the mutable counterpart. `CString` and `MacPascalString` are narrow
 // and length-prefixed views for C and Pascal style callers.
 //
-// Characters passed as numbers (`unsigned short c`) are 16-bit wide characters; they are encoded
-// into the string's encoding where needed. Raw text (`const void*`) is terminated text already in
-// the string's own encoding.
+// Characters passed as numbers are laid out in the string's own code units, so that what Concat
+// or Append writes is what IndexOf, CountOf and Split find: ASCII holds values up to 0xFF as that
+// byte (its searches sign-extend bytes, so only 0x00-0x7F and 0xFFFFFF80 upward are ever found;
+// the widened forms 0xFF80-0xFFFF that operator[] returns for a high byte write that byte again);
+// UTF-8 writes any value up to 0x7FFFFFFF in its up-to-six-byte form; UTF-16 one unit up to
+// 0xFFFF and a surrogate pair above (up to 0x10FFFF; a search for such a value finds nothing, as
+// the search compares single units); UTF-32 one unit of any value. A value the encoding cannot
+// hold throws CannotConvertException. Raw text (`const void*`) is terminated text already in the
+// string's own encoding.
 #ifndef KIV_STRING_H_
 #define KIV_STRING_H_
 

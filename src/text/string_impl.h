@@ -177,8 +177,16 @@ Buffer ConvertAll(const BlockConverter& converter, const void* in, unsigned in_b
                   unsigned& bytes);
 // `text` re-encoded from `from` into `to` (a copy, even when the encodings are equal).
 String Reencode(const TextEncoding& from, const void* text, unsigned bytes, const TextEncoding& to);
-// The one-character string of the wide character `c` in `encoding`.
+// The one-character string of character `c` in `encoding`, its value laid out in that encoding's
+// own code units, so that the encoding's Find locates it: ASCII holds values up to 0xFF as the byte
+// itself, and the widened forms of a high byte (0xFF80-0xFFFF, as the to-wide converter gives
+// them, and 0xFFFFFF80 upward, as Find sign-extends a byte) as that byte; UTF-8 writes the value
+// in its up-to-six-byte form (up to 0x7FFFFFFF); UTF-16 one unit up to 0xFFFF, else a surrogate
+// pair (up to 0x10FFFF); UTF-32 one unit of any value. A value the encoding cannot hold throws
+// CannotConvertException. Other encodings get the character through their from-wide converter.
 String OneCharacter(const TextEncoding& encoding, std::uint32_t c);
+// The bytes of the character at `data` (of `length` bytes, at least one character) in `encoding`.
+unsigned FirstCharacterBytes(const TextEncodingItf& encoding, const void* data, unsigned length);
 
 }  // namespace text
 
