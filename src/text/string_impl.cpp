@@ -79,13 +79,8 @@ String Reencode(const TextEncoding& from, const void* data, unsigned bytes,
   return String(to, out, out->GetData(), out_bytes);
 }
 
-namespace {
-
-enum class Layout { kAscii, kUtf8, kUtf16, kUtf32, kOther };
-
-// The built-in encodings are told apart by class; anything else is only known through its
-// converters.
 Layout LayoutOf(const TextEncodingItf& encoding) {
+  // The built-in encodings are told apart by class, which costs no reference counting.
   const std::type_info& type = typeid(encoding);
   if (type == typeid(UTF16TextEncodingImpl)) return Layout::kUtf16;
   if (type == typeid(UTF8TextEncodingImpl)) return Layout::kUtf8;
@@ -93,6 +88,8 @@ Layout LayoutOf(const TextEncodingItf& encoding) {
   if (type == typeid(UTF32TextEncodingImpl)) return Layout::kUtf32;
   return Layout::kOther;
 }
+
+namespace {
 
 // Values an 8-bit unit holds: the byte values themselves, and the two widened forms of a byte
 // above 0x7F (16-bit from the to-wide converter, 32-bit from Find's sign extension).

@@ -177,6 +177,11 @@ Buffer ConvertAll(const BlockConverter& converter, const void* in, unsigned in_b
                   unsigned& bytes);
 // `text` re-encoded from `from` into `to` (a copy, even when the encodings are equal).
 String Reencode(const TextEncoding& from, const void* text, unsigned bytes, const TextEncoding& to);
+// How the text of a built-in encoding is laid out; kOther for any other encoding, which is then
+// known only through its converters.
+enum class Layout { kAscii, kUtf8, kUtf16, kUtf32, kOther };
+Layout LayoutOf(const TextEncodingItf& encoding);
+
 // The one-character string of character `c` in `encoding`, its value laid out in that encoding's
 // own code units, so that the encoding's Find locates it: ASCII holds values up to 0xFF as the byte
 // itself, and the widened forms of a high byte (0xFF80-0xFFFF, as the to-wide converter gives
