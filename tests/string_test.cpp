@@ -200,7 +200,7 @@ TEST(StringTest, CharacterArgumentsAreFoundWhereIndexOfFindsThem) {
       String a(k.encoding, static_cast<const void*>(nullptr));
       a = a + static_cast<unsigned short>('a');
       if (k.findable(c) < 0) {
-        EXPECT_THROW(a->Concat(c), CannotConvertException);
+        EXPECT_THROW(static_cast<void>(a->Concat(c)), CannotConvertException);
         continue;
       }
       // a c . c b, built through Concat and through a buffer's Append: the same bytes.
@@ -246,8 +246,8 @@ TEST(StringTest, CharacterArgumentsAreFoundWhereIndexOfFindsThem) {
   EXPECT_TRUE(String(TextEncodingExp::MakeAscii(), latin[1]) == Ascii(high + 1)->Substring(0, 1));
   EXPECT_EQ(Pieces(Ascii("a.b")->Split(0xE9u, false, 5)), (std::vector<std::string>{"a.b"}));
   // Past what each encoding can carry.
-  EXPECT_THROW(U8("a")->Concat(0x80000000u), CannotConvertException);
-  EXPECT_THROW(Wide("a")->Concat(0x110000u), CannotConvertException);
+  EXPECT_THROW(static_cast<void>(U8("a")->Concat(0x80000000u)), CannotConvertException);
+  EXPECT_THROW(static_cast<void>(Wide("a")->Concat(0x110000u)), CannotConvertException);
   EXPECT_EQ(String(TextEncodingExp::MakeUTF32())->Concat(0x80000000u)->IndexOf(0x80000000u), 0);
 }
 
@@ -265,9 +265,11 @@ TEST(StringTest, NarrowViewsAndMalformedText) {
   EXPECT_EQ(Utf8(pascal.ToString()), "hello");
 
   const char bad[] = {'a', static_cast<char>(0xFF), 0};
-  EXPECT_THROW(U8(bad)->Encode(TextEncodingExp::MakeUTF16()), CannotConvertException);
+  EXPECT_THROW(static_cast<void>(U8(bad)->Encode(TextEncodingExp::MakeUTF16())),
+               CannotConvertException);
   const char cut[] = {'a', static_cast<char>(0xC3), 0};
-  EXPECT_THROW(U8(cut)->Encode(TextEncodingExp::MakeUTF16()), CannotConvertException);
+  EXPECT_THROW(static_cast<void>(U8(cut)->Encode(TextEncodingExp::MakeUTF16())),
+               CannotConvertException);
   char out[8];
   EXPECT_EQ(U8("a€")->CopyTo(out, 3, TextEncodingExp::MakeUTF8()), 1u);
   // Empty text has no storage at all; nothing may copy from it.
