@@ -21,11 +21,12 @@
 // taken as raw text by an operation on an existing string: the string's encoding is known only at
 // run time, so no literal width is right for every string, and `wide == "abc"`,
 // `wide->Split(", ", ...)`, `wide->StartsWith("a")` and their kin do not compile (see
-// `TextLiteralUnit`). Spell UTF-8 text as `std::string_view` (`"abc"sv`) and raw text in the
-// string's own encoding as `static_cast<const void*>(...)`. The constructors cannot refuse a
-// literal in the same way: `String(encoding, "abc")` is how constant text is wrapped, and whether
-// the literal's width matches the encoding written beside it is a run-time fact, so
-// `String(utf8, u"abc")` still compiles (write `String(u"abc")` for UTF-16 text instead).
+// `TextLiteralUnit`; only arrays are refused: a `const char*` variable still reaches the raw-text
+// form, as a deliberate pointer to raw text). Spell UTF-8 text as `std::string_view` (`"abc"sv`)
+// and raw text in the string's own encoding as `static_cast<const void*>(...)`. The constructors
+// cannot refuse a literal in the same way: `String(encoding, "abc")` is how constant text is
+// wrapped, and whether the literal's width matches the encoding written beside it is a run-time
+// fact, so `String(utf8, u"abc")` still compiles (write `String(u"abc")` for UTF-16 text instead).
 //
 //   kiv::String name(u"caf\u00e9");            // UTF-16, copied
 //   std::string utf8 = name.ToUTF8();           // "café"
