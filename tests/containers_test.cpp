@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <iterator>
 #include <new>
 #include <vector>
 
@@ -43,8 +44,7 @@ int V(const Object& o) { return dynamic_cast<const Item*>(o.Get())->value; }
 
 std::vector<int> Contents(const Container& c) {
   std::vector<int> out;
-  Enumeration e = c->Elements();
-  while (e->HasMoreElements()) out.push_back(V(e->NextElement()));
+  for (const Object& element : c) out.push_back(V(element));
   return out;
 }
 
@@ -124,6 +124,26 @@ TEST_P(BothKinds, EnumerationsSeeLaterAppends) {
     EXPECT_FALSE(empty->HasMoreElements());
     EXPECT_THROW(empty->NextElement(), NoSuchElementException);
   }
+}
+
+static_assert(std::input_iterator<ElementIterator>);
+
+TEST_P(BothKinds, RangeForWalksOnePassOfAnEnumeration) {
+  Container c = Make();
+  for (const Object& element : c) ADD_FAILURE() << V(element);
+  Filled(c, 3);
+  // An enumeration already started goes on from where it stands.
+  Enumeration e = c->Elements();
+  static_cast<void>(e->NextElement());
+  std::vector<int> rest;
+  for (const Object& element : e) rest.push_back(V(element));
+  EXPECT_EQ(rest, (std::vector<int>{2, 3}));
+  EXPECT_FALSE(e->HasMoreElements());
+  c->RemoveAll();  // the walk's references are gone with it (TearDown checks)
+
+  EXPECT_THROW(for (const Object& element
+                    : Container()) static_cast<void>(element),
+               NullPointerException);
 }
 
 TEST_P(BothKinds, RemoveThroughIteratorInBothDirections) {

@@ -32,9 +32,7 @@ int V(const Object& o) { return dynamic_cast<const Item*>(o.Get())->value; }
 
 std::vector<std::string> KeysOf(const ConstHashtable& t) {
   std::vector<std::string> out;
-  for (Ref<EnumerationItf> e = t->Keys(); e->HasMoreElements();) {
-    out.push_back(Utf8(String(e->NextElement())));
-  }
+  for (String key : t->Keys()) out.push_back(key.ToUTF8());
   return out;
 }
 

@@ -8,7 +8,10 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <sstream>
 #include <string>
+#include <string_view>
+#include <unordered_set>
 #include <vector>
 
 #include "support/test_support.h"
@@ -18,6 +21,7 @@ namespace {
 
 using testing::Utf8;
 using testing::Wide;
+using namespace std::string_view_literals;
 
 String Ascii(const char* text) { return String(TextEncodingExp::MakeAscii(), text); }
 String U8(const char* text) { return String(TextEncodingExp::MakeUTF8(), text); }
@@ -164,6 +168,90 @@ TEST(StringTest, CaseTrimSplitAndQuote) {
   EXPECT_EQ(Utf8(U8("héllo")->Substring(3)), "lo");
 }
 
+// A character argument is laid out in the string's own code units, and splitting on it cuts
+// exactly where IndexOf finds it, in every built-in encoding and at every width boundary.
+TEST(StringTest, CharacterArgumentsAreFoundWhereIndexOfFindsThem) {
+  struct Case {
+    const char* name;
+    TextEncoding encoding;
+    // Whether IndexOf can find the character (-1: the encoding cannot hold it at all).
+    int (*findable)(std::uint32_t c);
+    unsigned (*bytes)(std::uint32_t c);
+  };
+  const Case cases[] = {
+      {"ascii", TextEncodingExp::MakeAscii(),
+       // 0xFFFF is the widened form of the byte 0xFF, held but not found.
+       [](std::uint32_t c) { return c < 0x80                   ? 1
+                                    : c <= 0xFF || c == 0xFFFF ? 0
+                                                               : -1; },
+       [](std::uint32_t) { return 1u; }},
+      {"utf-8", TextEncodingExp::MakeUTF8(), [](std::uint32_t) { return 1; },
+       [](std::uint32_t c) {
+         return c < 0x80 ? 1u : c < 0x800 ? 2u : c < 0x10000 ? 3u : 4u;
+       }},
+      {"utf-16", TextEncodingExp::MakeUTF16(), [](std::uint32_t c) { return c < 0x10000 ? 1 : 0; },
+       [](std::uint32_t c) { return c < 0x10000 ? 2u : 4u; }},
+      {"utf-32", TextEncodingExp::MakeUTF32(), [](std::uint32_t) { return 1; },
+       [](std::uint32_t) { return 4u; }},
+  };
+  for (const Case& k : cases) {
+    for (std::uint32_t c : {0x7Fu, 0x80u, 0x7FFu, 0x800u, 0xFFFFu, 0x10000u, 0x10FFFFu}) {
+      SCOPED_TRACE(::testing::Message() << k.name << " U+" << std::hex << c);
+      String a(k.encoding, static_cast<const void*>(nullptr));
+      a = a + static_cast<unsigned short>('a');
+      if (k.findable(c) < 0) {
+        // ASCII replaces what it cannot hold by '.', never reporting it, as its converter does.
+        EXPECT_TRUE(a->Concat(c) == String(k.encoding, static_cast<const void*>("a.")));
+        continue;
+      }
+      // a c . c b, built through Concat and through a buffer's Append: the same bytes.
+      String dot(k.encoding, static_cast<unsigned short>('.'));
+      String text = a->Concat(c) + dot;
+      text = text->Concat(c)->Concat('b');
+      StringBuffer appended(k.encoding);
+      for (String piece : {a, dot}) {
+        appended += piece;
+        appended->Append(c);
+      }
+      appended += static_cast<unsigned short>('b');
+      EXPECT_TRUE(text == appended);
+      const unsigned unit = k.encoding->UnitBits() / 8;
+      EXPECT_EQ(text->ByteLength(), 3 * unit + 2 * k.bytes(c));
+      String one = String(k.encoding)->Concat(c);
+      EXPECT_EQ(one->ByteLength(), k.bytes(c));
+      if (c <= 0xFFFF) {
+        EXPECT_TRUE(one == static_cast<unsigned short>(c));
+        EXPECT_TRUE(String(k.encoding, static_cast<unsigned short>(c)) == one);
+      }
+
+      const bool found = k.findable(c) > 0;
+      EXPECT_EQ(text->IndexOf(c), found ? 1 : -1);
+      EXPECT_EQ(text->LastIndexOf(c), found ? 3 : -1);
+      EXPECT_EQ(text->CountOf(c), found ? 2u : 0u);
+      EXPECT_EQ(one->CountOf(c), found ? 1u : 0u);
+      std::vector<unsigned> sizes;
+      for (Ref<EnumerationItf> e = text->Split(c, false, 10)->Elements(); e->HasMoreElements();) {
+        sizes.push_back(String(e->NextElement())->ByteLength());
+      }
+      const std::vector<unsigned> cut{unit, unit, unit};
+      const std::vector<unsigned> whole{text->ByteLength()};
+      EXPECT_EQ(sizes, found ? cut : whole);
+    }
+  }
+  // An ASCII byte above 0x7F is found under its sign-extended value, and cut there; its widened
+  // 16-bit form is the same byte.
+  const char high[] = {'x', static_cast<char>(0xE9), 'y', 0};
+  String latin = Ascii(high);
+  EXPECT_EQ(latin->IndexOf(0xFFFFFFE9u), 1);
+  EXPECT_EQ(Pieces(latin->Split(0xFFFFFFE9u, false, 5)), (std::vector<std::string>{"x", "y"}));
+  EXPECT_TRUE(String(TextEncodingExp::MakeAscii(), latin[1]) == Ascii(high + 1)->Substring(0, 1));
+  EXPECT_EQ(Pieces(Ascii("a.b")->Split(0xE9u, false, 5)), (std::vector<std::string>{"a.b"}));
+  // Past what each encoding can carry.
+  EXPECT_THROW(static_cast<void>(U8("a")->Concat(0x80000000u)), CannotConvertException);
+  EXPECT_THROW(static_cast<void>(Wide("a")->Concat(0x110000u)), CannotConvertException);
+  EXPECT_EQ(String(TextEncodingExp::MakeUTF32())->Concat(0x80000000u)->IndexOf(0x80000000u), 0);
+}
+
 TEST(StringTest, NarrowViewsAndMalformedText) {
   CString narrow(Ascii("abc"));
   EXPECT_STREQ(narrow, "abc");
@@ -178,15 +266,135 @@ TEST(StringTest, NarrowViewsAndMalformedText) {
   EXPECT_EQ(Utf8(pascal.ToString()), "hello");
 
   const char bad[] = {'a', static_cast<char>(0xFF), 0};
-  EXPECT_THROW(U8(bad)->Encode(TextEncodingExp::MakeUTF16()), CannotConvertException);
+  EXPECT_THROW(static_cast<void>(U8(bad)->Encode(TextEncodingExp::MakeUTF16())),
+               CannotConvertException);
   const char cut[] = {'a', static_cast<char>(0xC3), 0};
-  EXPECT_THROW(U8(cut)->Encode(TextEncodingExp::MakeUTF16()), CannotConvertException);
+  EXPECT_THROW(static_cast<void>(U8(cut)->Encode(TextEncodingExp::MakeUTF16())),
+               CannotConvertException);
   char out[8];
   EXPECT_EQ(U8("a€")->CopyTo(out, 3, TextEncodingExp::MakeUTF8()), 1u);
   // Empty text has no storage at all; nothing may copy from it.
   EXPECT_EQ(String(TextEncodingExp::MakeUTF8())->CopyTo(out, 4, TextEncodingExp::MakeUTF16()), 0u);
   EXPECT_TRUE(String(TextEncodingExp::MakeUTF8())->StartsWith(Wide("")));
   EXPECT_EQ(out[1], 0);
+}
+
+// Text literals handed to an existing string's raw-text operations do not compile; views and
+// strings do. The constructors take the encoding beside the literal and cannot refuse it.
+template <class L, class R>
+concept EqualityComparable = requires(const L& l, const R& r) {
+  l == r;
+};
+template <class L, class R>
+concept Ordered = requires(const L& l, const R& r) {
+  l < r;
+};
+template <class T>
+concept SplitsOn = requires(const String& s, const T& t) {
+  s->Split(t, true, 2);
+};
+template <class T>
+concept StartsWithText = requires(const String& s, const T& t) {
+  s->StartsWith(t);
+};
+template <class T>
+concept AppendsText = requires(StringBuffer& b, const T& t) {
+  b += t;
+};
+template <class T>
+concept ConcatenatesText = requires(const String& s, const T& t) {
+  s + t;
+};
+
+static_assert(!EqualityComparable<String, char[4]> && !EqualityComparable<char[4], String>);
+static_assert(!EqualityComparable<String, char16_t[4]> && !Ordered<String, char[4]>);
+static_assert(!EqualityComparable<StringBuffer, char8_t[4]>);
+static_assert(!SplitsOn<char[3]> && !SplitsOn<char16_t[3]> && !StartsWithText<char[2]>);
+static_assert(!AppendsText<char[2]> && !ConcatenatesText<char16_t[2]>);
+static_assert(EqualityComparable<String, std::string_view> &&
+              EqualityComparable<std::u16string_view, String> && Ordered<String, std::string>);
+static_assert(EqualityComparable<String, const void*> && SplitsOn<String> &&
+              SplitsOn<const void*> && StartsWithText<const void*> && AppendsText<const void*>);
+static_assert(std::is_constructible_v<String, TextEncoding, const char16_t (&)[4]>);
+static_assert(std::is_constructible_v<String, std::string_view> &&
+              !std::is_convertible_v<std::string_view, String>);
+
+TEST(StringInterop, ViewsAreCopiedInAndStandardStringsComeOut) {
+  // UTF-8 in: copied, in the UTF-8 encoding, characters beyond U+FFFF included.
+  std::string source = "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80";
+  String from8(source);
+  source[0] = 'z';
+  EXPECT_EQ(from8->GetEncoding().Get(), TextEncodingExp::MakeUTF8().Get());
+  EXPECT_EQ(from8->Length(), 4u);
+  EXPECT_EQ(from8->CharAt(3), 0x1F600u);
+  EXPECT_EQ(from8.ToUTF8(), "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80");
+  EXPECT_TRUE(String(std::string_view())->IsEmpty());
+  // Text the UTF-8 encoding cannot read: stray continuation byte, overlong form, cut-off end.
+  for (std::string_view bad : {"a\x80"sv, "\xC0\x80"sv, "a\xF0\x9F\x98"sv}) {
+    EXPECT_THROW(String{bad}, CannotConvertException);
+    EXPECT_TRUE(Wide("a") != bad);  // compared as bytes, never equal to valid text
+  }
+
+  // UTF-16 in: units as they are, an unpaired surrogate included.
+  const std::u16string units = u"a\u00E9\U0001F600\xD800z";
+  String from16(units);
+  EXPECT_EQ(from16->GetEncoding().Get(), TextEncodingExp::MakeUTF16().Get());
+  EXPECT_EQ(from16.ToUTF16(), units);
+  // Out as standard UTF-8: the pair joins into four bytes, the lone surrogate becomes U+FFFD.
+  EXPECT_EQ(from16.ToUTF8(), "a\xC3\xA9\xF0\x9F\x98\x80\xEF\xBF\xBDz");
+
+  // Every encoding gives the same standard text back.
+  const std::u16string text16 = u"a\u00E9\u20AC\U0001F600";
+  for (const TextEncoding& encoding :
+       {TextEncodingExp::MakeUTF8(), TextEncodingExp::MakeUTF16(), TextEncodingExp::MakeUTF32()}) {
+    String s = String(text16)->Encode(encoding);
+    EXPECT_EQ(s.ToUTF16(), text16);
+    EXPECT_EQ(s.ToUTF8(), "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80");
+  }
+  // The library's own UTF-8 writes a pair as two three-byte sequences; ToUTF8 joins them.
+  const char split_pair[] = "\xED\xA0\xBD\xED\xB8\x80";
+  EXPECT_EQ(U8(split_pair).ToUTF8(), "\xF0\x9F\x98\x80");
+  // An ASCII byte above 0x7F reads as its sign-extended unit.
+  EXPECT_EQ(Ascii("x\xE9").ToUTF8(), "x\xEF\xBF\xA9");
+  StringBuffer buffer(TextEncodingExp::MakeUTF32());
+  buffer->Append(0x110000u);
+  EXPECT_THROW(static_cast<void>(buffer.ToUTF8()), CannotConvertException);
+  EXPECT_THROW(static_cast<void>(U8("a\xFF").ToUTF16()), CannotConvertException);
+  EXPECT_THROW(static_cast<void>(String().ToUTF8()), NullPointerException);
+}
+
+TEST(StringInterop, ComparisonPrintingAndHashingAgreeAcrossEncodings) {
+  String wide = Wide("ab\xF0\x9F\x98\x80");
+  EXPECT_TRUE(wide == "ab\xF0\x9F\x98\x80"sv);
+  EXPECT_TRUE("ab\xF0\x9F\x98\x80"sv == wide);
+  EXPECT_TRUE(wide == std::string("ab\xF0\x9F\x98\x80"));
+  EXPECT_TRUE(wide == u"ab\U0001F600"sv);
+  EXPECT_TRUE(wide != u"ab"sv);
+  EXPECT_TRUE(wide > "ab"sv);  // a proper prefix is smaller
+  EXPECT_TRUE("ac"sv > wide);
+  EXPECT_TRUE(Ascii("abc") < u"abd"sv);
+  EXPECT_TRUE(U8("\xC3\xA9") == u"\u00E9"sv);
+  StringBuffer buffer(TextEncodingExp::MakeUTF32());
+  buffer += wide;
+  EXPECT_TRUE(buffer == "ab\xF0\x9F\x98\x80"sv);
+
+  std::ostringstream out;
+  out << wide << '|' << buffer;
+  EXPECT_EQ(out.str(), "ab\xF0\x9F\x98\x80|ab\xF0\x9F\x98\x80");
+
+  // Equal strings hash alike in every encoding. (Beyond U+FFFF a UTF-8 and a UTF-16 string are
+  // not equal at all: the library writes a surrogate pair into UTF-8 as two sequences.)
+  std::unordered_set<String> set{Wide("a\xC3\xA9\xE2\x82\xAC"), Ascii("plain")};
+  EXPECT_EQ(set.count(U8("a\xC3\xA9\xE2\x82\xAC")), 1u);
+  EXPECT_EQ(set.count(String(TextEncodingExp::MakeUTF32(), *U8("plain").operator->())), 1u);
+  EXPECT_EQ(set.count(Wide("a")), 0u);
+  // As standard text, the encodings agree beyond U+FFFF too.
+  EXPECT_TRUE(U8("ab\xF0\x9F\x98\x80") == u"ab\U0001F600"sv);
+  EXPECT_TRUE(U8("\xED\xA0\xBD\xED\xB8\x80") == "\xF0\x9F\x98\x80"sv);
+  // UTF-8 views order by code point, UTF-16 views by unit, whatever the string's encoding.
+  EXPECT_TRUE(Wide("\xEF\xBF\xBF") < "\xF0\x90\x80\x80"sv);
+  EXPECT_TRUE(U8("\xEF\xBF\xBF") > u"\U00010000"sv);
+  EXPECT_EQ(std::hash<String>()(wide), wide->Hash());  // UTF-16 text hashes as itself
 }
 
 }  // namespace

@@ -123,23 +123,77 @@ TEST(Reader, TimeoutThrowsOnlyBeforeTheFirstByteOfALine) {
   EXPECT_EQ(AllLines(reader), (std::vector<std::string>{"c\n", "d"}));
 }
 
-TEST(TextInputStream, ReadCharDecodesAcrossReadsAndSkipsWhatDoesNotConvert) {
-  const std::string text =
-      "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80\xFF"
-      "b\xE2\x82";
-  kiv::SyncInputStream in(new ScriptedInput({{text}}, 1));
+// Each character comes back as one 16-bit unit; one that needs two (above U+FFFF in UTF-8 or
+// UTF-32) is consumed and reads as 0. Shifting the text by a prefix puts every character across
+// the end of the 8-byte read-ahead buffer once, with the wrapped stream giving all it has or one
+// byte per read.
+TEST(TextInputStream, ReadCharGivesOneUnitPerCharacterWhereverTheBufferEnds) {
+  struct Case {
+    kiv::TextEncoding encoding;
+    std::string unit_x;  // the character x in the encoding
+    std::string text;
+    std::vector<std::uint32_t> chars;
+  };
+  const std::u32string wide32 = U"a\u00E9\u20AC\U0001F600b";
+  const Case cases[] = {
+      {kiv::TextEncodingExp::MakeUTF8(),
+       "x",
+       "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"
+       "b",
+       {'a', 0xE9, 0x20AC, 0, 'b'}},
+      {kiv::TextEncodingExp::MakeUTF16(),
+       U16(u"x"),
+       U16(u"a\u00E9\u20AC\U0001F600b"),
+       {'a', 0xE9, 0x20AC, 0xD83D, 0xDE00, 'b'}},
+      {kiv::TextEncodingExp::MakeUTF32(),
+       std::string("x\0\0\0", 4),
+       std::string(reinterpret_cast<const char*>(wide32.data()), wide32.size() * 4),
+       {'a', 0xE9, 0x20AC, 0, 'b'}},
+      {kiv::TextEncodingExp::MakeAscii(),
+       "x",
+       "a\xE9\x7F"
+       "b",
+       {'a', 0xFFE9, 0x7F, 'b'}},
+  };
+  for (const Case& k : cases) {
+    for (unsigned shift = 0; shift < 8; ++shift) {
+      for (unsigned max_read : {UINT_MAX, 1u}) {
+        SCOPED_TRACE(::testing::Message() << k.encoding->UnitBits() << "-bit units, shift " << shift
+                                          << ", read " << max_read);
+        std::string text;
+        for (unsigned n = 0; n < shift; ++n) text += k.unit_x;
+        text += k.text;
+        kiv::SyncInputStream in(new ScriptedInput({{text}}, max_read));
+        kiv::TextInputStream tis =
+            kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(8), k.encoding);
+        std::vector<std::uint32_t> expected(shift, 'x');
+        expected.insert(expected.end(), k.chars.begin(), k.chars.end());
+        expected.push_back(0);  // end of data
+        std::vector<std::uint32_t> got;
+        for (size_t n = 0; n < expected.size(); ++n) got.push_back(tis->ReadChar(-1));
+        EXPECT_EQ(got, expected);
+      }
+    }
+  }
+
+  // Malformed UTF-8 and a character cut off by the end of data read as 0 and are consumed.
+  kiv::SyncInputStream in(new ScriptedInput({{"\xFF"
+                                              "b\xE2\x82"}},
+                                            1));
   kiv::TextInputStream tis =
       kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(8), kiv::TextEncodingExp::MakeUTF8());
   std::vector<std::uint32_t> chars;
-  for (int i = 0; i < 8; ++i) chars.push_back(tis->ReadChar(-1));
-  EXPECT_EQ(chars, (std::vector<std::uint32_t>{'a', 0xE9, 0x20AC, 0x1F600, 0, 'b', 0, 0}));
+  for (int i = 0; i < 4; ++i) chars.push_back(tis->ReadChar(-1));
+  EXPECT_EQ(chars, (std::vector<std::uint32_t>{0, 'b', 0, 0}));
 
-  kiv::Reader reader = MakeReader({{"\xF0\x9F\x98\x80"}}, kiv::TextEncodingExp::MakeUTF8());
+  // The reader forwards: a character above U+FFFF is a failed read, then the next one follows.
+  kiv::Reader reader = MakeReader({{"\xF0\x9F\x98\x80z"}}, kiv::TextEncodingExp::MakeUTF8());
   unsigned short unit = 1;
-  EXPECT_TRUE(reader->ReadChar(unit));
-  EXPECT_EQ(unit, 0xF600);  // cut to 16 bits
   EXPECT_FALSE(reader->ReadChar(unit));
   EXPECT_EQ(unit, 0);
+  std::uint32_t c = 0;
+  EXPECT_TRUE(reader->ReadChar(c));
+  EXPECT_EQ(c, 'z');
 }
 
 TEST(TextInputStream, ReadLineNeverWritesPastTheRoomGiven) {

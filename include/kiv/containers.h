@@ -5,13 +5,21 @@
 //
 // A container holds one reference to each element. Containers, enumerations and iterators take
 // no lock: a container shared between threads must be guarded by its users.
+//
+// Containers and enumerations (a table's keys among them) work with range-for:
+//
+//   for (const kiv::Object& element : container) { ... }
+//   for (kiv::String key : table->Keys()) { ... }  // each key cast to a String
 #ifndef KIV_CONTAINERS_H_
 #define KIV_CONTAINERS_H_
 
 #include <kiv/export.h>
 #include <kiv/object.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <iterator>
+#include <utility>
 
 namespace kiv {
 
@@ -61,9 +69,9 @@ struct KIV_EXPORT IteratorItf : public virtual RefCount {
 // Read side of a container.
 struct KIV_EXPORT ConstContainerItf : public virtual RefCount {
   ~ConstContainerItf() override;
-  virtual std::int32_t Count() const = 0;
+  [[nodiscard]] virtual std::int32_t Count() const = 0;
   // A new enumeration from the first element to the last.
-  virtual Ref<EnumerationItf> Elements() const = 0;
+  [[nodiscard]] virtual Ref<EnumerationItf> Elements() const = 0;
 };
 
 // Read and write side of a container. Index access throws NoSuchElementException for index 0 of
@@ -108,12 +116,60 @@ class KIV_EXPORT Cons : public virtual RefCount {
 
 struct KIV_EXPORT ContainerExp {
   // An empty vector with room for 64 elements.
-  static Container MakeVector();
+  [[nodiscard]] static Container MakeVector();
   // An empty vector with exactly `capacity` slots (0 is allowed: the first insertion grows it).
-  static Container MakeVector(std::uint32_t capacity);
+  [[nodiscard]] static Container MakeVector(std::uint32_t capacity);
   // An empty list.
-  static Container MakeList();
+  [[nodiscard]] static Container MakeList();
 };
+
+// The input iterator of range-for over an enumeration: one pass, one NextElement per step, so
+// changing a container during the walk has the same effect as on its enumeration. A null
+// enumeration or container throws NullPointerException at the start of the walk.
+class ElementIterator {
+ public:
+  using value_type = Object;
+  using difference_type = std::ptrdiff_t;
+  using iterator_concept = std::input_iterator_tag;
+
+  ElementIterator() = default;
+  explicit ElementIterator(Ref<EnumerationItf> elements) : elements_(std::move(elements)) {
+    Next();
+  }
+
+  const Object& operator*() const noexcept { return current_; }
+  ElementIterator& operator++() {
+    Next();
+    return *this;
+  }
+  void operator++(int) { Next(); }
+  friend bool operator==(const ElementIterator& it, std::default_sentinel_t) noexcept {
+    return it.done_;
+  }
+
+ private:
+  void Next() {
+    if (elements_->HasMoreElements()) {
+      current_ = elements_->NextElement();
+    } else {
+      current_ = Object();
+      done_ = true;
+    }
+  }
+
+  Ref<EnumerationItf> elements_;
+  Object current_;
+  bool done_ = false;
+};
+
+inline ElementIterator begin(const Ref<EnumerationItf>& elements) {
+  return ElementIterator(elements);
+}
+inline std::default_sentinel_t end(const Ref<EnumerationItf>&) noexcept { return {}; }
+inline ElementIterator begin(const Container& container) {
+  return ElementIterator(container->Elements());
+}
+inline std::default_sentinel_t end(const Container&) noexcept { return {}; }
 
 }  // namespace kiv
 

@@ -27,11 +27,12 @@ class Writer;
 struct KIV_EXPORT ConstHashtableItf : public virtual RefCount {
   ~ConstHashtableItf() override;
 
-  virtual bool IsCaseInsensitive() const = 0;
-  // The keys (as `String` objects) in the order of their first insertion.
-  virtual Ref<EnumerationItf> Keys() const = 0;
+  [[nodiscard]] virtual bool IsCaseInsensitive() const = 0;
+  // The keys (as `String` objects) in the order of their first insertion; range-for walks them
+  // (`for (String key : table->Keys())`).
+  [[nodiscard]] virtual Ref<EnumerationItf> Keys() const = 0;
   // False for an empty handle or an empty string; never throws for those.
-  virtual bool ContainsKey(const String& key) const = 0;
+  [[nodiscard]] virtual bool ContainsKey(const String& key) const = 0;
   // A copy of the stored handle. InvalidKeyException for an empty key,
   // NoSuchNamedElementException (carrying the key) when the key is absent.
   virtual Object Get(const String& key) const = 0;
@@ -61,22 +62,22 @@ KIV_DECLARE_HANDLE(Hashtable, HashtableItf);
 
 struct KIV_EXPORT HashtableExp {
   // A case-sensitive table with one bucket.
-  static Hashtable Make();
+  [[nodiscard]] static Hashtable Make();
   // `initial_size` rounded up to a power of two (0 and 1 give 1, at most 2048) is the initial
   // bucket count; `case_insensitive` selects the case rule.
-  static Hashtable Make(std::uint32_t initial_size, bool case_insensitive);
+  [[nodiscard]] static Hashtable Make(std::uint32_t initial_size, bool case_insensitive);
   // A flat view of a tree whose keys are paths. Its values are the nodes of the tree: Get and
   // Remove return nodes, Put stores a node (BadCastException for any other object), Lookup is
   // not supported (NotSupportedException).
-  static Hashtable Make(const HierHashtable& tree);
+  [[nodiscard]] static Hashtable Make(const HierHashtable& tree);
   // A modifiable face of a read-only table that refuses every change: Put returns false;
   // Lookup, Remove and RemoveAll throw AccessException; Clone throws HTNotCloneableException.
-  static Hashtable Make(const ConstHashtable& table);
+  [[nodiscard]] static Hashtable Make(const ConstHashtable& table);
 };
 
 struct KIV_EXPORT ConstHashtableExp {
   // The flat view of a tree (as HashtableExp::Make(const HierHashtable&)), read-only.
-  static ConstHashtable Make(const HierHashtable& tree);
+  [[nodiscard]] static ConstHashtable Make(const HierHashtable& tree);
   // Writes one line per key, in key order: `indent` spaces, the key, ": ", then the value: NULL
   // for an empty handle, a string quoted (cut to its first 17 characters and "..." when longer
   // than 20), or the class name of any other object.

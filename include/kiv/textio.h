@@ -29,9 +29,11 @@ struct KIV_EXPORT TextInputStreamItf : public SyncInputStreamItf {
   virtual TextEncoding GetTextEncoding() const = 0;
   // The new encoding reads the bytes from the current position on.
   virtual void SetTextEncoding(const TextEncoding& encoding) = 0;
-  // The next character as a code point; 0 at end of data and for input that does not convert
-  // (which is consumed all the same). A character outside the 16-bit range comes back whole, not
-  // as a surrogate.
+  // The next character as one 16-bit unit, zero-extended (an ASCII byte above 0x7F as its
+  // sign-extended unit, a UTF-16 surrogate as it stands); 0 at end of data and for input that does
+  // not convert into a single unit, which is consumed all the same: a character above U+FFFF in
+  // UTF-8 or UTF-32 text reads as 0. A character cut by the end of the read-ahead buffer is
+  // completed from the wrapped stream first.
   virtual std::uint32_t ReadChar(std::int64_t timeout) = 0;
   // Reads the bytes of the current line, through its line feed, into `out`: at most `limit` bytes
   // (cut to whole code units) and never more. A line that does not fit, or that spans several
@@ -58,8 +60,8 @@ struct KIV_EXPORT ReaderItf : public virtual RefCount {
   // before the first byte of the line; a time-out later returns the partial line, and the next
   // call goes on from there.
   virtual bool ReadLine(String& line) = 0;
-  // The next character (a code point); false, with `c` 0, at end of data or for input that does
-  // not convert.
+  // The text input stream's ReadChar with the reader's time-out; false, with `c` 0, when that
+  // gives 0 (end of data, or a character that does not convert into one 16-bit unit).
   virtual bool ReadChar(std::uint32_t& c) = 0;
   // The same cut to 16 bits.
   virtual bool ReadChar(unsigned short& c) = 0;

@@ -150,7 +150,9 @@ std::uint32_t TextInputStreamImpl::ReadChar(std::int64_t timeout) {
   if (Available() == 0) return 0;
   bool at_end = false;
   for (;;) {
-    unsigned char out[4];
+    // Room for one 16-bit unit only: a character that needs a surrogate pair does not fit, so it
+    // is consumed and reads as 0 like any other character that does not convert.
+    unsigned char out[2];
     unsigned out_size = sizeof out;
     unsigned in_size = Available();
     DataConverterItf::BufferResult result;
@@ -171,20 +173,16 @@ std::uint32_t TextInputStreamImpl::ReadChar(std::int64_t timeout) {
       continue;
     }
     if (result != DataConverterItf::ResultOK || in_size == 0) {
-      // A character cut short by the end of data, or one that does not convert: it is consumed
-      // and reads as 0.
+      // A character cut short by the end of data, one too wide for a single unit, or one that
+      // does not convert: it is consumed and reads as 0.
       cursor_ += in_size > 0 ? std::min(in_size, Available()) : Available();
       return 0;
     }
     cursor_ += std::min(in_size, Available());
     if (out_size < 2) return 0;
-    unsigned short units[2];
-    std::memcpy(units, out, std::min<unsigned>(out_size, sizeof units));
-    if (out_size >= 4 && units[0] >= 0xD800 && units[0] < 0xDC00 && units[1] >= 0xDC00 &&
-        units[1] < 0xE000) {
-      return 0x10000u + ((units[0] - 0xD800u) << 10) + (units[1] - 0xDC00u);
-    }
-    return units[0];
+    unsigned short unit;
+    std::memcpy(&unit, out, sizeof unit);
+    return unit;
   }
 }
 

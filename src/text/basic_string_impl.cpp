@@ -262,13 +262,18 @@ bool BasicStringImpl<Itf>::EqualsIgnoreCase(const String& other) const {
 template <class Itf>
 std::uint32_t BasicStringImpl<Itf>::CountOf(std::uint32_t c) const {
   std::uint32_t count = 0;
-  const void* at = data_;
+  const char* at = static_cast<const char*>(data_);
   unsigned rest = bytes_;
   while (rest > 0) {
     std::int32_t i = encoding_->Find(c, at, rest);
     if (i < 0) break;
     ++count;
-    at = encoding_->DataAt(at, rest, i + 1);
+    unsigned tail = rest;
+    const char* hit = i == 0 ? at : static_cast<const char*>(encoding_->DataAt(at, tail, i));
+    unsigned skipped = static_cast<unsigned>(hit - at);
+    unsigned width = text::FirstCharacterBytes(*encoding_.Get(), hit, rest - skipped);
+    at = hit + width;
+    rest -= skipped + width;
   }
   return count;
 }

@@ -1,11 +1,14 @@
 // Immutable strings, string buffers and the conversion helpers they share.
 #include <algorithm>
 #include <cstring>
+#include <typeinfo>
 #include <utility>
 #include <vector>
 
 #include "kiv/containers.h"
 #include "kiv/exception.h"
+#include "text/converters/utf8_codec.h"
+#include "text/encodings/encoding_impls.h"
 #include "text/string_impl.h"
 
 namespace kiv {
@@ -76,12 +79,93 @@ String Reencode(const TextEncoding& from, const void* data, unsigned bytes,
   return String(to, out, out->GetData(), out_bytes);
 }
 
+Layout LayoutOf(const TextEncodingItf& encoding) {
+  // The built-in encodings are told apart by class, which costs no reference counting.
+  const std::type_info& type = typeid(encoding);
+  if (type == typeid(UTF16TextEncodingImpl)) return Layout::kUtf16;
+  if (type == typeid(UTF8TextEncodingImpl)) return Layout::kUtf8;
+  if (type == typeid(AsciiTextEncodingImpl)) return Layout::kAscii;
+  if (type == typeid(UTF32TextEncodingImpl)) return Layout::kUtf32;
+  return Layout::kOther;
+}
+
+namespace {
+
+// Values an 8-bit unit holds: the byte values themselves, and the two widened forms of a byte
+// above 0x7F (16-bit from the to-wide converter, 32-bit from Find's sign extension).
+bool IsByteValue(std::uint32_t c) noexcept {
+  return c <= 0xFF || (c >= 0xFF80 && c <= 0xFFFF) || c >= 0xFFFFFF80u;
+}
+
+// The largest value the six-byte form of UTF-8 can carry.
+constexpr std::uint32_t kMaxUtf8Value = 0x7FFFFFFF;
+
+}  // namespace
+
 String OneCharacter(const TextEncoding& encoding, std::uint32_t c) {
-  unsigned short wide[2];
-  unsigned short* end = wide + 2;
-  int units = UTF32toUTF16(wide, end, c);
-  if (units <= 0) throw CannotConvertException();
-  return Reencode(TextEncodingExp::MakeUTF16(), wide, static_cast<unsigned>(units) * 2, encoding);
+  unsigned char bytes[8];
+  unsigned n = 0;
+  switch (LayoutOf(*encoding.operator->())) {
+    case Layout::kAscii:
+      // What ASCII cannot hold becomes '.', as in every conversion to ASCII: never reported.
+      bytes[0] = IsByteValue(c) ? static_cast<unsigned char>(c & 0xFF) : '.';
+      n = 1;
+      break;
+    case Layout::kUtf8:
+      if (c > kMaxUtf8Value) throw CannotConvertException();
+      n = static_cast<unsigned>(codec::Utf8Encode(bytes, bytes + sizeof bytes, c));
+      break;
+    case Layout::kUtf16: {
+      unsigned short units[2];
+      int count = UTF32toUTF16(units, units + 2, c);
+      if (count <= 0) throw CannotConvertException();
+      n = static_cast<unsigned>(count) * 2;
+      std::memcpy(bytes, units, n);
+      break;
+    }
+    case Layout::kUtf32:
+      codec::Store32(bytes, c);
+      n = 4;
+      break;
+    case Layout::kOther: {
+      unsigned short wide[2];
+      int units = UTF32toUTF16(wide, wide + 2, c);
+      if (units <= 0) throw CannotConvertException();
+      return Reencode(TextEncodingExp::MakeUTF16(), wide, static_cast<unsigned>(units) * 2,
+                      encoding);
+    }
+  }
+  Buffer buffer = BufferExp::Make(n + 4);
+  void* data = buffer->GetData();
+  std::memcpy(data, bytes, n);
+  std::memset(static_cast<char*>(data) + n, 0, 4);
+  return String(new StringImpl(encoding, std::move(buffer), data, n, 1));
+}
+
+unsigned FirstCharacterBytes(const TextEncodingItf& encoding, const void* data, unsigned length) {
+  switch (LayoutOf(encoding)) {
+    case Layout::kAscii:
+      return 1;
+    case Layout::kUtf16:
+      return 2;
+    case Layout::kUtf32:
+      return 4;
+    case Layout::kUtf8: {
+      const auto* p = static_cast<const unsigned char*>(data);
+      std::uint32_t value = 0;
+      int n = codec::Utf8Decode(p, p + length, value);
+      if (n <= 0) throw CannotConvertException();
+      return static_cast<unsigned>(n);
+    }
+    case Layout::kOther:
+      break;
+  }
+  // A variable-width encoding may refuse an index equal to its character count: a text of one
+  // character is that character.
+  if (encoding.CharacterCount(data, length) <= 1) return length;
+  unsigned rest = length;
+  const void* next = encoding.DataAt(data, rest, 1);
+  return static_cast<unsigned>(static_cast<const char*>(next) - static_cast<const char*>(data));
 }
 
 }  // namespace text
@@ -239,7 +323,30 @@ Container StringImpl::SplitOn(const String& separator, bool trim, std::int32_t m
 }
 
 Container StringImpl::Split(std::uint32_t separator, bool trim, std::int32_t max) const {
-  return SplitOn(text::OneCharacter(encoding_, separator), trim, max);
+  // The cuts are exactly where IndexOf finds the character: the encoding's own Find, never a
+  // byte search for some encoded form of it (an 8-bit encoding, for one, never finds 0x80-0xFF).
+  Container pieces = ContainerExp::MakeList();
+  String whole = trim ? Trim() : String(this);
+  if (max < 2) {
+    pieces->AddLast(whole);
+    return pieces;
+  }
+  const char* at = static_cast<const char*>(whole->GetData());
+  unsigned rest = whole->ByteLength();
+  for (std::int32_t made = 0; made < max - 1 && rest > 0; ++made) {
+    std::int32_t index = encoding_->Find(separator, at, rest);
+    if (index < 0) break;
+    unsigned tail = rest;
+    const char* hit =
+        index == 0 ? at : static_cast<const char*>(encoding_->DataAt(at, tail, index));
+    unsigned before = static_cast<unsigned>(hit - at);
+    unsigned width = text::FirstCharacterBytes(*encoding_.Get(), hit, rest - before);
+    pieces->AddLast(SplitPiece(at, before, trim));
+    at = hit + width;
+    rest -= before + width;
+  }
+  pieces->AddLast(SplitPiece(at, rest, trim));
+  return pieces;
 }
 
 Container StringImpl::Split(const void* separator, bool trim, std::int32_t max) const {

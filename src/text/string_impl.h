@@ -177,8 +177,22 @@ Buffer ConvertAll(const BlockConverter& converter, const void* in, unsigned in_b
                   unsigned& bytes);
 // `text` re-encoded from `from` into `to` (a copy, even when the encodings are equal).
 String Reencode(const TextEncoding& from, const void* text, unsigned bytes, const TextEncoding& to);
-// The one-character string of the wide character `c` in `encoding`.
+// How the text of a built-in encoding is laid out; kOther for any other encoding, which is then
+// known only through its converters.
+enum class Layout { kAscii, kUtf8, kUtf16, kUtf32, kOther };
+Layout LayoutOf(const TextEncodingItf& encoding);
+
+// The one-character string of character `c` in `encoding`, its value laid out in that encoding's
+// own code units, so that the encoding's Find locates it: ASCII holds values up to 0xFF as the byte
+// itself, and the widened forms of a high byte (0xFF80-0xFFFF, as the to-wide converter gives
+// them, and 0xFFFFFF80 upward, as Find sign-extends a byte) as that byte; UTF-8 writes the value
+// in its up-to-six-byte form (up to 0x7FFFFFFF); UTF-16 one unit up to 0xFFFF, else a surrogate
+// pair (up to 0x10FFFF); UTF-32 one unit of any value. A value ASCII cannot hold becomes '.' (the
+// rule of every conversion to ASCII); one the others cannot hold throws CannotConvertException.
+// Other encodings get the character through their from-wide converter.
 String OneCharacter(const TextEncoding& encoding, std::uint32_t c);
+// The bytes of the character at `data` (of `length` bytes, at least one character) in `encoding`.
+unsigned FirstCharacterBytes(const TextEncodingItf& encoding, const void* data, unsigned length);
 
 }  // namespace text
 
