@@ -44,8 +44,7 @@ FixedFIFOImpl* FixedFIFOImpl::Make(std::uint32_t capacity) {
 void FixedFIFOImpl::operator delete(void* block) noexcept { ::operator delete(block); }
 
 FixedFIFOImpl::FixedFIFOImpl(std::uint32_t capacity, Object* slots, std::uint8_t* filled) noexcept
-    : capacity_(capacity),
-      size_(capacity + 1),
+    : size_(capacity + 1),
       wrap_(static_cast<std::int32_t>(std::numeric_limits<std::int32_t>::max() / (capacity + 1) *
                                       (capacity + 1))),
       slots_(slots),

@@ -86,7 +86,6 @@ class FixedFIFOImpl final : public QueueItf {
   // producers. False when the queue is empty.
   bool Take(Object& out);
 
-  std::uint32_t capacity_;
   std::uint32_t size_;  // capacity + 1 positions
   std::int32_t wrap_;   // cursor words run through [0, wrap_), a multiple of size_
   Object* slots_;
