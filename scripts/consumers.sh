@@ -17,8 +17,9 @@ install_kiv() {  # kind (shared|static), cmake arguments...
   cmake --build "$work/kiv-$kind" -j"$jobs" >/dev/null
   cmake --install "$work/kiv-$kind" >/dev/null
   # An installation holds the headers, the library, the package files and the pkg-config file.
-  for f in include/kiv/kiv.h include/kiv/version.h lib/cmake/kiv_common/kiv_commonConfig.cmake \
-    lib/cmake/kiv_common/kiv_commonConfigVersion.cmake lib/pkgconfig/kiv_common.pc; do
+  for f in include/kiv/kiv.h include/kiv/version.h include/kiv/exceptions.def \
+    lib/cmake/kiv_common/kiv_commonConfig.cmake lib/cmake/kiv_common/kiv_commonConfigVersion.cmake \
+    lib/pkgconfig/kiv_common.pc; do
     [ -f "$work/prefix-$kind/$f" ] || { echo "install is missing $f"; exit 1; }
   done
 }

@@ -1,6 +1,9 @@
 // Failures: the counted exception hierarchy, its payload mixins and category tags, the light
 // assertion family, trace output and the reporters for failures of static singletons.
 //
+// The exception classes themselves are listed in kiv/exceptions.def, one line each with its base
+// classes, payload and text, and declared here from that list.
+//
 // Library exceptions are thrown by value and caught by reference. They are counted objects, so a
 // handler may keep one alive in a handle (`Ref<Exception>(e.Clone())`). `ToString()` gives the
 // short class name, followed by " - " and the payload for exceptions that carry one:
@@ -134,365 +137,51 @@ struct KIV_EXPORT DateException : public virtual Exception {
   void Rethrow() const override; \
   Exception* Clone() const override;
 
-// Access to a resource or operation was refused.
-class KIV_EXPORT AccessException : public virtual Exception {
- public:
-  explicit AccessException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(AccessException)
-};
+// Helpers that expand the lines of kiv/exceptions.def. KIV_EXC_APPLY(M_, a, b) is M_2(a, b): the
+// form of M_ for one, two or three arguments, or nothing for none.
+// clang-format off
+#define KIV_EXC_PICK(a1, a2, a3, chosen, ...) chosen
+#define KIV_EXC_APPLY(m, ...) __VA_OPT__(KIV_EXC_PICK(__VA_ARGS__, m##3, m##2, m##1, )(__VA_ARGS__))
+#define KIV_EXC_IF(text, ...) __VA_OPT__(text)
+#define KIV_EXC_COMMA ,
+#define KIV_EXC_PUBLIC_1(a) public a
+#define KIV_EXC_PUBLIC_2(a, b) public a, public b
+#define KIV_EXC_PUBLIC_3(a, b, c) public a, public b, public c
+// `public virtual Family` (when there is one), then the other bases, each public.
+#define KIV_EXC_BASES(family, ...)                                                 \
+  KIV_EXC_IF(public virtual family KIV_EXC_IF(KIV_EXC_COMMA, __VA_ARGS__), family) \
+  KIV_EXC_APPLY(KIV_EXC_PUBLIC_, __VA_ARGS__)
+// The constructor's parameters for each kind of payload.
+#define KIV_EXC_PARAMS_None bool report
+#define KIV_EXC_PARAMS_String const String& what, bool report
+#define KIV_EXC_PARAMS_Int std::int64_t what, bool report
+#define KIV_EXC_PARAMS_Nested const Exception* what, bool report
+#define KIV_EXC_PARAMS_OSError const String& what, std::int32_t error, bool report
+// The ToString() override for each text form that has one.
+#define KIV_EXC_DECLARE_TEXT_Name
+#define KIV_EXC_DECLARE_TEXT_WithPayload String ToString() const override;
+#define KIV_EXC_DECLARE_TEXT_Inherited
+#define KIV_EXC_DECLARE_TEXT_Own String ToString() const override;
 
-// A checked cast to an interface the object does not implement. Also a std::bad_cast.
-class KIV_EXPORT BadCastException : public std::bad_cast, public virtual Exception {
- public:
-  explicit BadCastException(bool report = false);
-  const char* what() const noexcept override;
-  // A fixed text that needs no run-time type lookup, so it works when memory is short.
-  String ToString() const override;
-  KIV_EXCEPTION_MEMBERS(BadCastException)
-};
+// Every exception class, read from the list in kiv/exceptions.def.
+#define KIV_EXCEPTION(C, Family, Payload, Text, ...)              \
+  class KIV_EXPORT C : KIV_EXC_BASES(Family, __VA_ARGS__) {       \
+   public:                                                        \
+    explicit C(KIV_EXC_PARAMS_##Payload = false);                 \
+    KIV_EXC_DECLARE_TEXT_##Text                                   \
+    KIV_EXCEPTION_MEMBERS(C)                                      \
+  };
+#define KIV_STD_EXCEPTION(C, StdBase)                             \
+  class KIV_EXPORT C : public StdBase, public virtual Exception { \
+   public:                                                        \
+    explicit C(bool report = false);                              \
+    const char* what() const noexcept override;                   \
+    String ToString() const override;                             \
+    KIV_EXCEPTION_MEMBERS(C)                                      \
+  };
+// clang-format on
+#include <kiv/exceptions.def>
 
-// An index or position out of range; carries it.
-class KIV_EXPORT BoundsException : public virtual Exception, public IntWhat {
- public:
-  explicit BoundsException(std::int64_t value, bool report = false);
-  String ToString() const override;
-  KIV_EXCEPTION_MEMBERS(BoundsException)
-};
-
-// A buffer of the wrong size; carries the size.
-class KIV_EXPORT BufferException : public virtual Exception, public IntWhat {
- public:
-  explicit BufferException(std::int64_t value, bool report = false);
-  String ToString() const override;
-  KIV_EXCEPTION_MEMBERS(BufferException)
-};
-
-// An operation could not be completed.
-class KIV_EXPORT CannotCompleteException : public virtual Exception {
- public:
-  explicit CannotCompleteException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(CannotCompleteException)
-};
-
-// Input that a converter cannot convert (invalid UTF-8, a value UTF-16 cannot hold).
-class KIV_EXPORT CannotConvertException : public virtual DataConverterException {
- public:
-  explicit CannotConvertException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(CannotConvertException)
-};
-
-// A text encoding could not be made; carries its name.
-class KIV_EXPORT CannotCreateTextEncodingException : public virtual TextEncodingException,
-                                                     public StringWhat {
- public:
-  explicit CannotCreateTextEncodingException(const String& what, bool report = false);
-  String ToString() const override;
-  KIV_EXCEPTION_MEMBERS(CannotCreateTextEncodingException)
-};
-
-// Bad configuration; carries a description.
-class KIV_EXPORT ConfigurationError : public virtual Exception, public StringWhat {
- public:
-  explicit ConfigurationError(const String& what, bool report = false);
-  String ToString() const override;
-  KIV_EXCEPTION_MEMBERS(ConfigurationError)
-};
-
-// A converter still wants more room after its buffer was grown; carries the size it asked for.
-class KIV_EXPORT DataConverterBufferException : public CannotConvertException, public IntWhat {
- public:
-  explicit DataConverterBufferException(std::int64_t needed, bool report = false);
-  String ToString() const override;
-  KIV_EXCEPTION_MEMBERS(DataConverterBufferException)
-};
-
-// The end of a device's medium was reached.
-class KIV_EXPORT EndOfMediaIOException : public virtual IOException {
- public:
-  explicit EndOfMediaIOException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(EndOfMediaIOException)
-};
-
-// An element that is not there: an empty container or queue, a missing key.
-class KIV_EXPORT NoSuchElementException : public virtual Exception {
- public:
-  explicit NoSuchElementException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(NoSuchElementException)
-};
-
-// A table entry is not of the expected kind; carries the key.
-class KIV_EXPORT EntryMismatchException : public virtual HashException,
-                                          public NoSuchElementException,
-                                          public StringWhat {
- public:
-  explicit EntryMismatchException(const String& what, bool report = false);
-  String ToString() const override;
-  KIV_EXCEPTION_MEMBERS(EntryMismatchException)
-};
-
-// An I/O failure described by text.
-class KIV_EXPORT GeneralIOException : public virtual IOException, public StringWhat {
- public:
-  explicit GeneralIOException(const String& what, bool report = false);
-  String ToString() const override;
-  KIV_EXCEPTION_MEMBERS(GeneralIOException)
-};
-
-// A table holds a value that cannot be cloned.
-class KIV_EXPORT HTNotCloneableException : public virtual HashException {
- public:
-  explicit HTNotCloneableException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(HTNotCloneableException)
-};
-
-// An I/O request was canceled.
-class KIV_EXPORT IOCanceledException : public virtual IOException {
- public:
-  explicit IOCanceledException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(IOCanceledException)
-};
-
-// Waiting for I/O would deadlock; carries the cause.
-class KIV_EXPORT IODeadlockException : public virtual IOException, public ExceptionWhat {
- public:
-  explicit IODeadlockException(const Exception* nested, bool report = false);
-  String ToString() const override;
-  KIV_EXCEPTION_MEMBERS(IODeadlockException)
-};
-
-// I/O was refused for lack of permission.
-class KIV_EXPORT IOPermException : public virtual IOException {
- public:
-  explicit IOPermException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(IOPermException)
-};
-
-// An I/O request could not be scheduled; carries the cause.
-class KIV_EXPORT IOScheduleException : public virtual IOException, public ExceptionWhat {
- public:
-  explicit IOScheduleException(const Exception* nested, bool report = false);
-  String ToString() const override;
-  KIV_EXCEPTION_MEMBERS(IOScheduleException)
-};
-
-// An I/O operation ran out of time.
-class KIV_EXPORT IOTimeoutException : public virtual IOException {
- public:
-  explicit IOTimeoutException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(IOTimeoutException)
-};
-
-// Data was left that could not be converted.
-class KIV_EXPORT IOUnconvertedDataException : public virtual IOException {
- public:
-  explicit IOUnconvertedDataException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(IOUnconvertedDataException)
-};
-
-// An operation the object does not support.
-class KIV_EXPORT NotSupportedException : public virtual Exception {
- public:
-  explicit NotSupportedException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(NotSupportedException)
-};
-
-// An I/O operation the stream does not support; carries its name.
-class KIV_EXPORT IOUnsupportedException : public virtual IOException,
-                                          public NotSupportedException,
-                                          public StringWhat {
- public:
-  explicit IOUnsupportedException(const String& what, bool report = false);
-  String ToString() const override;
-  KIV_EXCEPTION_MEMBERS(IOUnsupportedException)
-};
-
-// A broken internal invariant; carries a description.
-class KIV_EXPORT InternalError : public virtual Exception, public StringWhat {
- public:
-  explicit InternalError(const String& what, bool report = false);
-  String ToString() const override;
-  KIV_EXCEPTION_MEMBERS(InternalError)
-};
-
-// A key that cannot be used (empty, malformed).
-class KIV_EXPORT InvalidKeyException : public virtual HashException, public NoSuchElementException {
- public:
-  explicit InvalidKeyException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(InvalidKeyException)
-};
-
-// A path that names the node itself where a child is needed.
-class KIV_EXPORT KeyIsIdentityException : public virtual HashException,
-                                          public NoSuchElementException {
- public:
-  explicit KeyIsIdentityException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(KeyIsIdentityException)
-};
-
-// A path that leaves the table; carries it.
-class KIV_EXPORT KeyOutOfBoundsException : public virtual HashException,
-                                           public NoSuchElementException,
-                                           public StringWhat {
- public:
-  explicit KeyOutOfBoundsException(const String& what, bool report = false);
-  String ToString() const override;
-  KIV_EXCEPTION_MEMBERS(KeyOutOfBoundsException)
-};
-
-// Memory is exhausted. Also a std::bad_alloc.
-class KIV_EXPORT MemoryException : public std::bad_alloc, public virtual Exception {
- public:
-  explicit MemoryException(bool report = false);
-  const char* what() const noexcept override;
-  // A fixed text that needs no run-time type lookup, so it works when memory is short.
-  String ToString() const override;
-  KIV_EXCEPTION_MEMBERS(MemoryException)
-};
-
-// No default text encoding is available.
-class KIV_EXPORT NoDefaultTextEncodingException : public virtual TextEncodingException {
- public:
-  explicit NoDefaultTextEncodingException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(NoDefaultTextEncodingException)
-};
-
-// No Macintosh text encoding is available on this platform.
-class KIV_EXPORT NoMacTextEncodingException : public virtual TextEncodingException {
- public:
-  explicit NoMacTextEncodingException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(NoMacTextEncodingException)
-};
-
-// A named element that is not there; carries the name.
-class KIV_EXPORT NoSuchNamedElementException : public virtual HashException,
-                                               public NoSuchElementException,
-                                               public StringWhat {
- public:
-  explicit NoSuchNamedElementException(const String& what, bool report = false);
-  String ToString() const override;
-  KIV_EXCEPTION_MEMBERS(NoSuchNamedElementException)
-};
-
-// No converter to or from wide text exists for an encoding.
-class KIV_EXPORT NoUnicodeConverterException : public virtual TextEncodingException,
-                                               public CannotConvertException {
- public:
-  explicit NoUnicodeConverterException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(NoUnicodeConverterException)
-};
-
-// A resource that cannot be opened asynchronously.
-class KIV_EXPORT NotAsynchronousException : public virtual ResourceException {
- public:
-  explicit NotAsynchronousException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(NotAsynchronousException)
-};
-
-// A stream without a position was asked for one.
-class KIV_EXPORT NotRandomAccessException : public virtual IOException {
- public:
-  explicit NotRandomAccessException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(NotRandomAccessException)
-};
-
-// A name that is not a resource.
-class KIV_EXPORT NotResourceException : public virtual ResourceException {
- public:
-  explicit NotResourceException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(NotResourceException)
-};
-
-// A resource that cannot be opened synchronously.
-class KIV_EXPORT NotSynchronousException : public virtual ResourceException {
- public:
-  explicit NotSynchronousException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(NotSynchronousException)
-};
-
-// A call through a null handle; carries the interface's short name.
-class KIV_EXPORT NullPointerException : public virtual Exception, public StringWhat {
- public:
-  explicit NullPointerException(const String& what, bool report = false);
-  String ToString() const override;
-  KIV_EXCEPTION_MEMBERS(NullPointerException)
-};
-
-// A resource could not be opened.
-class KIV_EXPORT OpenFailedException : public virtual ResourceException {
- public:
-  explicit OpenFailedException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(OpenFailedException)
-};
-
-// An operating-system failure on a resource; carries a description and the OS error code.
-class KIV_EXPORT ResourceOSException : public virtual ResourceException,
-                                       public StringWhat,
-                                       public FSErr {
- public:
-  explicit ResourceOSException(const String& what, std::int32_t error, bool report = false);
-  String ToString() const override;
-  KIV_EXCEPTION_MEMBERS(ResourceOSException)
-};
-
-// A wait ran out of time.
-class KIV_EXPORT TimeoutException : public virtual Exception {
- public:
-  explicit TimeoutException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(TimeoutException)
-};
-
-// Data ended where more was required.
-class KIV_EXPORT UnexpectedEOFException : public virtual IOException {
- public:
-  explicit UnexpectedEOFException(bool report = false);
-  KIV_EXCEPTION_MEMBERS(UnexpectedEOFException)
-};
-
-// An operation that is not implemented; carries its name.
-class KIV_EXPORT Unimplemented : public InternalError {
- public:
-  explicit Unimplemented(const String& what, bool report = false);
-  KIV_EXCEPTION_MEMBERS(Unimplemented)
-};
-
-// A failure of unknown kind; carries a description.
-class KIV_EXPORT UnknownException : public InternalError {
- public:
-  explicit UnknownException(const String& what, bool report = false);
-  KIV_EXCEPTION_MEMBERS(UnknownException)
-};
-
-// A converter name that is not registered; carries it.
-class KIV_EXPORT UnknownDataConverterException : public virtual DataConverterException,
-                                                 public UnknownException {
- public:
-  explicit UnknownDataConverterException(const String& what, bool report = false);
-  KIV_EXCEPTION_MEMBERS(UnknownDataConverterException)
-};
-
-// An I/O failure of unknown kind; carries a description.
-class KIV_EXPORT UnknownIOException : public virtual IOException, public UnknownException {
- public:
-  explicit UnknownIOException(const String& what, bool report = false);
-  KIV_EXCEPTION_MEMBERS(UnknownIOException)
-};
-
-// An encoding name that is not known; carries it.
-class KIV_EXPORT UnknownTextEncodingException : public virtual TextEncodingException,
-                                                public StringWhat {
- public:
-  explicit UnknownTextEncodingException(const String& what, bool report = false);
-  String ToString() const override;
-  KIV_EXCEPTION_MEMBERS(UnknownTextEncodingException)
-};
-
-// A year that a date cannot represent; carries it.
-class KIV_EXPORT UnrepresentableYearException : public virtual DateException,
-                                                public BoundsException {
- public:
-  explicit UnrepresentableYearException(std::int64_t year, bool report = false);
-  KIV_EXCEPTION_MEMBERS(UnrepresentableYearException)
-};
 // The light assertion family: not counted, and printed to the standard error stream when made
 // ("kiv::AssertException " followed by the AssertPrint record), whoever catches it.
 class KIV_EXPORT AssertException {
