@@ -262,12 +262,18 @@ bool BasicStringImpl<Itf>::EqualsIgnoreCase(const String& other) const {
 template <class Itf>
 std::uint32_t BasicStringImpl<Itf>::CountOf(std::uint32_t c) const {
   std::uint32_t count = 0;
+  const std::uint32_t length = Length();
+  std::uint32_t passed = 0;  // characters before `at`
   const void* at = data_;
   unsigned rest = bytes_;
   while (rest > 0) {
     std::int32_t i = encoding_->Find(c, at, rest);
     if (i < 0) break;
     ++count;
+    passed += static_cast<std::uint32_t>(i) + 1;
+    // A match at the very end stops the count here: variable-width encodings refuse an index
+    // equal to their character count.
+    if (passed >= length) break;
     at = encoding_->DataAt(at, rest, i + 1);
   }
   return count;
