@@ -7,8 +7,6 @@
 // sizes (each a length byte and that many sizes), then the wire bytes.
 #include <kiv/filters.h>
 
-#include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -18,22 +16,6 @@ namespace {
 
 using kiv::fuzz::Escaped;
 using kiv::fuzz::ScriptedInput;
-
-// strtoul(text, nullptr, 16) with a 32-bit unsigned long: a magnitude too large for 32 bits reads
-// as 0xFFFFFFFF, and a minus sign negates in 32-bit arithmetic. Taken from the C library's
-// 64-bit strtoull, so the model shares no code with the decoder.
-std::uint32_t Strtoul32(const std::string& text) {
-  const char* p = text.c_str();
-  while (*p == ' ' || (*p >= '\t' && *p <= '\r')) ++p;
-  const bool negative = *p == '-';
-  errno = 0;
-  const unsigned long long value = std::strtoull(text.c_str(), nullptr, 16);
-  if (errno == ERANGE) return 0xFFFFFFFFu;
-  const unsigned long long magnitude = negative ? 0 - value : value;
-  if (magnitude > 0xFFFFFFFFu) return 0xFFFFFFFFu;
-  return negative ? 0u - static_cast<std::uint32_t>(magnitude)
-                  : static_cast<std::uint32_t>(magnitude);
-}
 
 // The decoding rule, reading from its own copy of the wrapped stream.
 class Model {
@@ -73,7 +55,7 @@ class Model {
       if (byte == 10) {
         if (line.size() >= 2 && line.back() == 13) {
           line.pop_back();
-          size_ = Strtoul32(line);
+          size_ = kiv::fuzz::Strtoul32(line, 16);
           consumed_ = 0;
           end_ = size_ == 0;
           return;

@@ -6,6 +6,8 @@
 #include <kiv/streams.h>
 
 #include <algorithm>
+#include <cerrno>
+#include <climits>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -116,6 +118,28 @@ class GatheringOutput : public SyncOutputStreamItf {
   std::string text;
   unsigned flushes = 0;
 };
+
+// The C library's strtoul with a 32-bit unsigned long, as the library reads numbers on every
+// platform: a magnitude too large for 32 bits reads as 0xFFFFFFFF, and a minus sign negates in
+// 32-bit arithmetic. Taken from the 64-bit strtoull, so it shares no code with the library.
+inline std::uint32_t Strtoul32(const std::string& text, int base) {
+  const char* p = text.c_str();
+  while (*p == ' ' || (*p >= '\t' && *p <= '\r')) ++p;
+  const bool negative = *p == '-';
+  errno = 0;
+  const unsigned long long value = std::strtoull(text.c_str(), nullptr, base);
+  if (errno == ERANGE) return 0xFFFFFFFFu;
+  const unsigned long long magnitude = negative ? 0 - value : value;
+  if (magnitude > 0xFFFFFFFFu) return 0xFFFFFFFFu;
+  return negative ? 0u - static_cast<std::uint32_t>(magnitude)
+                  : static_cast<std::uint32_t>(magnitude);
+}
+
+// The C library's strtol with a 32-bit long: clamped to the 32-bit range.
+inline std::int32_t Strtol32(const std::string& text, int base) {
+  const long long value = std::strtoll(text.c_str(), nullptr, base);
+  return static_cast<std::int32_t>(std::clamp<long long>(value, INT32_MIN, INT32_MAX));
+}
 
 // Bytes printed as C escapes, for failure messages.
 inline std::string Escaped(std::string_view bytes) {
