@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # Builds and runs the whole test suite: a plain build, an AddressSanitizer + UndefinedBehavior-
 # Sanitizer build, a ThreadSanitizer build of the thread-facing families, a build with the second
-# compiler (clang), and the consumer projects that use the library through add_subdirectory,
-# find_package and pkg-config, shared and static.
+# compiler (clang), short runs of the fuzz targets, and the consumer projects that use the library
+# through add_subdirectory, find_package and pkg-config, shared and static.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
-ensure_packages cmake g++ make libgtest-dev clang pkg-config
+ensure_packages cmake g++ make libgtest-dev clang libclang-rt-14-dev pkg-config
 
 jobs=$(nproc)
 configure() {  # dir, extra cmake arguments...
@@ -46,6 +46,10 @@ stage "plain build (clang++)"
 configure build/clang -DCMAKE_CXX_COMPILER=clang++
 cmake --build build/clang -j"$jobs"
 ctest --test-dir build/clang --output-on-failure -j"$jobs"
+
+stage "fuzz targets (clang, libFuzzer + AddressSanitizer + UndefinedBehaviorSanitizer)"
+# Replays every committed regression input, then fuzzes each target for 25 s, two at a time.
+bash scripts/fuzz.sh all 25
 
 stage "consumer projects"
 bash scripts/consumers.sh
