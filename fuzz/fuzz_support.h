@@ -3,7 +3,9 @@
 #ifndef KIV_FUZZ_FUZZ_SUPPORT_H_
 #define KIV_FUZZ_FUZZ_SUPPORT_H_
 
+#include <kiv/buffer.h>
 #include <kiv/streams.h>
+#include <kiv/textio.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -139,6 +141,14 @@ inline std::uint32_t Strtoul32(const std::string& text, int base) {
 inline std::int32_t Strtol32(const std::string& text, int base) {
   const long long value = std::strtoll(text.c_str(), nullptr, base);
   return static_cast<std::int32_t>(std::clamp<long long>(value, INT32_MIN, INT32_MAX));
+}
+
+// A reader of `bytes` in `encoding` over a ScriptedInput, through a read-ahead buffer of
+// `read_ahead` bytes.
+inline Reader MakeReader(std::string bytes, SizeScript deliveries, const TextEncoding& encoding,
+                         unsigned read_ahead) {
+  const SyncInputStream in(new ScriptedInput(std::move(bytes), std::move(deliveries)));
+  return ReaderExp::Make(TextInputStreamExp::Make(in, BufferExp::Make(read_ahead), encoding), -1);
 }
 
 // Bytes printed as C escapes, for failure messages.
