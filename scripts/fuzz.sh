@@ -4,7 +4,7 @@
 #
 #   scripts/fuzz.sh TARGET [SECONDS]   replays TARGET's regression inputs, then fuzzes it for
 #                                      SECONDS (default 60) from its seed corpus
-#   scripts/fuzz.sh all [SECONDS]      the same for every target, two at a time (CI: 25 s each)
+#   scripts/fuzz.sh all [SECONDS]      the same for every target, two at a time (CI: 20 s each)
 #   scripts/fuzz.sh list               the target names
 #
 # TARGET is the name without "_fuzz" (chunked_decode). New inputs go to build/fuzz/corpus/TARGET,

@@ -48,8 +48,8 @@ cmake --build build/clang -j"$jobs"
 ctest --test-dir build/clang --output-on-failure -j"$jobs"
 
 stage "fuzz targets (clang, libFuzzer + AddressSanitizer + UndefinedBehaviorSanitizer)"
-# Replays every committed regression input, then fuzzes each target for 25 s, two at a time.
-bash scripts/fuzz.sh all 25
+# Replays every committed regression input, then fuzzes each target for 20 s, two at a time.
+bash scripts/fuzz.sh all 20
 
 stage "consumer projects"
 bash scripts/consumers.sh
