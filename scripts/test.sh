@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Builds and runs the whole test suite: a plain build, an AddressSanitizer + UndefinedBehavior-
 # Sanitizer build (each with the example host driven by real clients), a ThreadSanitizer build of
-# the thread-facing families, a build with the second compiler (clang), and the consumer projects that use the library through add_subdirectory,
-# find_package and pkg-config, shared and static.
+# the thread-facing families, a build with the second compiler (clang), short runs of the fuzz
+# targets, and the consumer projects that use the library through add_subdirectory, find_package
+# and pkg-config, shared and static.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
-ensure_packages cmake g++ make libgtest-dev clang pkg-config curl python3
+ensure_packages cmake g++ make libgtest-dev clang libclang-rt-14-dev pkg-config curl python3
 
 jobs=$(nproc)
 configure() {  # dir, extra cmake arguments...
@@ -52,6 +53,10 @@ stage "plain build (clang++)"
 configure build/clang -DCMAKE_CXX_COMPILER=clang++
 cmake --build build/clang -j"$jobs"
 ctest --test-dir build/clang --output-on-failure -j"$jobs"
+
+stage "fuzz targets (clang, libFuzzer + AddressSanitizer + UndefinedBehaviorSanitizer)"
+# Replays every committed regression input, then fuzzes each target for 20 s, two at a time.
+bash scripts/fuzz.sh all 20
 
 stage "consumer projects"
 bash scripts/consumers.sh

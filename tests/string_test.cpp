@@ -111,6 +111,8 @@ TEST(StringTest, IndexingAndSearching) {
   EXPECT_EQ(rep->LastIndexOf(Ascii("bc")), 4);
   EXPECT_EQ(rep->IndexOf(Ascii("bc"), 2), 4);
   EXPECT_EQ(rep->CountOf('c'), 2u);
+  // UTF-8 refuses an index equal to its character count; a match at the end still counts.
+  EXPECT_EQ(U8("ab,c,")->CountOf(','), 2u);
   // A 16-bit needle never matches across unit boundaries.
   const unsigned short odd[] = {0x4142, 0x4344, 0};
   EXPECT_EQ(String(TextEncodingExp::MakeUTF16(), odd)->IndexOf(Wide("\xE4\x88\xB3")), -1);
