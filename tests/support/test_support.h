@@ -28,6 +28,13 @@ class ScopedTempDir {
   std::string path_;
 };
 
+// The process environment with names and values as UTF-8, through the runtime's own functions
+// (setenv and unsetenv, or the wide _wputenv and _wgetenv on Windows, whose narrow forms use the
+// ANSI code page). Windows cannot hold an empty value: setting one removes the variable.
+bool GetEnv(const std::string& name, std::string& value);
+void SetEnv(const std::string& name, const std::string& value);
+void UnsetEnv(const std::string& name);
+
 // The whole content of a file, or "" when it cannot be read.
 std::string ReadFile(const std::string& path);
 
