@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Builds and runs the whole test suite: a plain build, an AddressSanitizer + UndefinedBehavior-
 # Sanitizer build, a ThreadSanitizer build of the thread-facing families, a build with the second
-# compiler (clang), and the consumer projects that use the library through add_subdirectory,
-# find_package and pkg-config, shared and static.
+# compiler (clang), the consumer projects that use the library through add_subdirectory,
+# find_package and pkg-config, shared and static, and a Windows cross build whose tests run under
+# Wine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
@@ -49,4 +50,7 @@ ctest --test-dir build/clang --output-on-failure -j"$jobs"
 
 stage "consumer projects"
 bash scripts/consumers.sh
+
+stage "Windows cross build (MinGW-w64), tests under Wine"
+bash scripts/windows.sh
 stage "done"

@@ -40,7 +40,7 @@ TEST(ExceptionTextTest, NamesAndPayloads) {
   EXPECT_EQ(nested.What(), nullptr);
   EXPECT_EQ(Utf8(nested.ToString()), "kiv::IODeadlockException");
   EXPECT_EQ(Utf8(ResourceOSException(Wide("cannot open x"), 2).ToString()),
-            "kiv::ResourceOSException - cannot open x: No such file or directory (2)");
+            "kiv::ResourceOSException - cannot open x: " + testing::SystemErrorText(2));
 
   MemoryException memory;
   EXPECT_STREQ(memory.what(), "bad allocation");
@@ -134,10 +134,10 @@ TEST(StaticReporterTest, AppendsRecordsAndSurvivesUnwritableDirectory) {
   ::testing::internal::GetCapturedStderr();
   EXPECT_THROW(StaticConstructionException("kiv::Holder", assertion, false, true), AssertException);
   StaticConstructionException("kiv::Holder", TimeoutException(), false, false);
-  EXPECT_EQ(testing::ReadFile("static_destr_errs.txt"),
+  EXPECT_EQ(testing::ReadTextFile("static_destr_errs.txt"),
             "static destruction exception within kiv::Holder: type unknown\n"
             "static destruction exception within kiv::Holder: kiv::BoundsException - 5\n");
-  EXPECT_EQ(testing::ReadFile("static_const_errs.txt"),
+  EXPECT_EQ(testing::ReadTextFile("static_const_errs.txt"),
             "static construction exception within kiv::Holder: type unknown.\n"
             "static construction assertion failed within kiv::Holder: x != 0\n"
             "\tline: 12, file: \"h.cpp\"\n"
@@ -151,7 +151,7 @@ TEST(StaticReporterTest, AppendsRecordsAndSurvivesUnwritableDirectory) {
   chmod(locked.path().c_str(), 0700);
   // Root writes anyway; the point there is that nothing throws.
   if (getuid() != 0) {
-    EXPECT_EQ(testing::ReadFile("static_const_errs.txt"), "");
+    EXPECT_EQ(testing::ReadTextFile("static_const_errs.txt"), "");
   }
 #endif
 }

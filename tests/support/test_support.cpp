@@ -5,6 +5,10 @@
 #include <kiv/filters.h>
 
 #include <stdlib.h>
+#if defined(_WIN32)
+#define WIN32_LEAN_AND_MEAN
+#include <windows.h>
+#endif
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -81,6 +85,28 @@ void UnsetEnv(const std::string& name) { unsetenv(name.c_str()); }
 std::string ReadFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string ReadTextFile(const std::string& path) {
+  std::string text = ReadFile(path);
+#if defined(_WIN32)
+  std::string::size_type at = 0;
+  while ((at = text.find("\r\n", at)) != std::string::npos) text.erase(at, 1);
+#endif
+  return text;
+}
+
+std::string SystemErrorText(int code) {
+#if defined(_WIN32)
+  char text[512];
+  DWORD n = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                           static_cast<DWORD>(code), 0, text, sizeof text, nullptr);
+  std::string message(text, n);
+  while (!message.empty() && std::strchr("\r\n .", message.back()) != nullptr) message.pop_back();
+  return message + " (" + std::to_string(code) + ")";
+#else
+  return std::string(std::strerror(code)) + " (" + std::to_string(code) + ")";
+#endif
 }
 
 std::string CorpusDir() {

@@ -8,10 +8,9 @@
 namespace kiv::platform {
 
 const int kErrorNotFound = ERROR_FILE_NOT_FOUND;
-// The system refuses to open a directory as a file with "access denied"; the library reports the
-// more telling "not supported on a directory" (ERROR_DIRECTORY_NOT_SUPPORTED, which not every SDK
-// names) instead.
-const int kErrorIsDirectory = 336;
+// The system refuses to open a directory as a file with "access denied", and that is the code
+// reported: its text exists on every version of the system.
+const int kErrorIsDirectory = ERROR_ACCESS_DENIED;
 
 namespace {
 
@@ -27,11 +26,6 @@ std::uint64_t Size(DWORD high, DWORD low) noexcept {
   return (static_cast<std::uint64_t>(high) << 32) | low;
 }
 
-bool IsDirectory(const std::wstring& path) noexcept {
-  const DWORD attributes = ::GetFileAttributesW(path.c_str());
-  return attributes != INVALID_FILE_ATTRIBUTES && (attributes & FILE_ATTRIBUTE_DIRECTORY) != 0;
-}
-
 // Other openers may read, write, rename and delete the file while it is open, as they may on
 // POSIX systems: a reader never stops a writer from replacing the file.
 constexpr DWORD kShareAll = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
@@ -45,11 +39,7 @@ int OpenFile(const std::u16string& path, FileAccess access, FileHandle& file) no
     const HANDLE handle =
         ::CreateFileW(name.c_str(), read ? GENERIC_READ : GENERIC_WRITE, kShareAll, nullptr,
                       read ? OPEN_EXISTING : CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (handle == INVALID_HANDLE_VALUE) {
-      const int error = LastError();
-      if (error == ERROR_ACCESS_DENIED && IsDirectory(name)) return kErrorIsDirectory;
-      return error;
-    }
+    if (handle == INVALID_HANDLE_VALUE) return LastError();
     file = reinterpret_cast<FileHandle>(handle);
     return 0;
   } catch (const std::bad_alloc&) {
