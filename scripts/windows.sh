@@ -15,10 +15,10 @@ export WINEDEBUG=-all
 # Wine starts its server and prepares the prefix on first use; that is done once here, and the
 # server is kept running for the whole stage rather than started again for every test.
 mkdir -p "$WINEPREFIX"
-"$wine" wineboot --init >/dev/null 2>&1 || true
 wineserver=$(dirname "$wine")/wineserver
 [ -x "$wineserver" ] || wineserver=$(command -v wineserver)
-"$wineserver" -p
+"$wineserver" -p || true  # fails only when a server for this prefix already runs
+"$wine" wineboot --init >/dev/null 2>&1 || true
 trap '"$wineserver" -k 2>/dev/null || true' EXIT
 
 cmake -S . -B "$dir" -DCMAKE_TOOLCHAIN_FILE=cmake/mingw-w64-x86_64.cmake \
