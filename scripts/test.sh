@@ -2,8 +2,8 @@
 # Builds and runs the whole test suite: a plain build, an AddressSanitizer + UndefinedBehavior-
 # Sanitizer build (each with the example host driven by real clients), a ThreadSanitizer build of
 # the thread-facing families, a build with the second compiler (clang), short runs of the fuzz
-# targets, and the consumer projects that use the library through add_subdirectory, find_package
-# and pkg-config, shared and static.
+# targets, the consumer projects that use the library through add_subdirectory, find_package and
+# pkg-config, shared and static, and a Windows cross build whose tests run under Wine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
@@ -60,4 +60,7 @@ bash scripts/fuzz.sh all 20
 
 stage "consumer projects"
 bash scripts/consumers.sh
+
+stage "Windows cross build (MinGW-w64), tests under Wine"
+bash scripts/windows.sh
 stage "done"

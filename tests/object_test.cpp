@@ -234,7 +234,7 @@ TEST(StaticRefTest, FailedConstructionIsRecordedAndRethrown) {
   // Holders live in zero-filled static storage; give this one the same.
   alignas(FailingHolder) unsigned char storage[sizeof(FailingHolder)] = {};
   EXPECT_THROW(new (storage) FailingHolder(), TimeoutException);
-  EXPECT_EQ(testing::ReadFile("static_const_errs.txt"),
+  EXPECT_EQ(testing::ReadTextFile("static_const_errs.txt"),
             "static construction exception within kiv::FailingHolder: "
             "kiv::TimeoutException\n");
 }

@@ -73,15 +73,20 @@ TEST(FileResource, FailuresNameThePathAndTheReason) {
     FAIL();
   } catch (const ResourceOSException& e) {
     EXPECT_EQ(e.Error(), 2);
-    EXPECT_EQ(TextOf(e),
-              "kiv::ResourceOSException - cannot open nope.properties: No such file or "
-              "directory (2)");
+    EXPECT_EQ(TextOf(e), "kiv::ResourceOSException - cannot open nope.properties: " +
+                             testing::SystemErrorText(2));
   }
   try {
     SyncResourceExp::Make(Wide("folder"))->OpenInputStream();
     FAIL();
   } catch (const ResourceOSException& e) {
+#if defined(_WIN32)
+    // Windows refuses to open a directory as a file with "access denied".
+    EXPECT_EQ(TextOf(e),
+              "kiv::ResourceOSException - cannot open folder: " + testing::SystemErrorText(5));
+#else
     EXPECT_EQ(TextOf(e), "kiv::ResourceOSException - cannot open folder: Is a directory (21)");
+#endif
   }
   EXPECT_FALSE(SyncResourceExp::Make(Wide("folder"))->Exists());
   EXPECT_THROW(SyncResourceExp::Make(Wide("missing"))->GetSize(), ResourceOSException);
@@ -119,9 +124,11 @@ TEST(FileResource, CommitReplacesTheFileInOneStep) {
   out->Commit();
   EXPECT_EQ(ReadFile("settings"), "new");
   EXPECT_EQ(files(), 1u);
+#if !defined(_WIN32)  // Windows files have no mode bits to carry over
   struct stat st;
   ASSERT_EQ(::stat("settings", &st), 0);
   EXPECT_EQ(st.st_mode & 0777, 0640u);
+#endif
   EXPECT_EQ(out->Write("x", 1), 0u);
   out->Commit();  // a second Commit does nothing
 

@@ -1,31 +1,23 @@
 // Interlocked operations on 32-bit words and pointer slots. Every count, handle slot, singleton
-// slot and lock-free queue of the library goes through these, so a port replaces one file.
+// slot and lock-free queue of the library goes through these.
+//
+// The read-modify-write operations (increment, decrement, exchange-add, compare-exchange, pointer
+// exchange) are the system's own, from the folder of each system; plain loads and stores, and the
+// fully ordered forms, are the same everywhere and live here.
 #ifndef KIV_PLATFORM_INTERLOCKED_H_
 #define KIV_PLATFORM_INTERLOCKED_H_
 
 #include <atomic>
 #include <cstdint>
 
+#if defined(_WIN32)
+#include "platform/win32/interlocked_ops.h"
+#else
+#include "platform/posix/interlocked_ops.h"
+#endif
+
 namespace kiv::platform {
 
-// Each returns the new value.
-inline std::int32_t InterlockedIncrement(std::int32_t* word) noexcept {
-  return std::atomic_ref<std::int32_t>(*word).fetch_add(1, std::memory_order_acq_rel) + 1;
-}
-inline std::int32_t InterlockedDecrement(std::int32_t* word) noexcept {
-  return std::atomic_ref<std::int32_t>(*word).fetch_sub(1, std::memory_order_acq_rel) - 1;
-}
-// Returns the value before the addition.
-inline std::int32_t InterlockedExchangeAdd(std::int32_t* word, std::int32_t delta) noexcept {
-  return std::atomic_ref<std::int32_t>(*word).fetch_add(delta, std::memory_order_acq_rel);
-}
-// Returns the value the word held before; stores `desired` only if that was `expected`.
-inline std::int32_t InterlockedCompareExchange(std::int32_t* word, std::int32_t desired,
-                                               std::int32_t expected) noexcept {
-  std::atomic_ref<std::int32_t>(*word).compare_exchange_strong(expected, desired,
-                                                               std::memory_order_acq_rel);
-  return expected;
-}
 inline std::int32_t InterlockedLoad(const std::int32_t* word) noexcept {
   return std::atomic_ref<std::int32_t>(*const_cast<std::int32_t*>(word))
       .load(std::memory_order_acquire);
@@ -34,27 +26,12 @@ inline void InterlockedStore(std::int32_t* word, std::int32_t value) noexcept {
   std::atomic_ref<std::int32_t>(*word).store(value, std::memory_order_release);
 }
 
-// Pointer-sized compare-exchange: returns the value the slot held before.
-inline void* InterlockedCompareExchangePointer(void** slot, void* desired,
-                                               void* expected) noexcept {
-  std::atomic_ref<void*>(*slot).compare_exchange_strong(expected, desired,
-                                                        std::memory_order_acq_rel);
-  return expected;
-}
-// Stores `value` and returns the previous pointer, in one interlocked exchange.
-inline void* InterlockedExchangePointer(void** slot, void* value) noexcept {
-  return std::atomic_ref<void*>(*slot).exchange(value, std::memory_order_acq_rel);
-}
 inline void* InterlockedLoadPointer(void* const* slot) noexcept {
   return std::atomic_ref<void*>(*const_cast<void**>(slot)).load(std::memory_order_acquire);
 }
 
-// Typed forms of the pointer slot operations, so that callers keep their own pointer types.
-template <class T>
-inline T* InterlockedCompareExchangePointer(T** slot, T* desired, T* expected) noexcept {
-  std::atomic_ref<T*>(*slot).compare_exchange_strong(expected, desired, std::memory_order_acq_rel);
-  return expected;
-}
+// Typed forms of the pointer slot operations, so that callers keep their own pointer types (the
+// typed compare-exchange comes with the system's operations).
 template <class T>
 inline T* InterlockedLoadPointer(T* const* slot) noexcept {
   return std::atomic_ref<T*>(*const_cast<T**>(slot)).load(std::memory_order_acquire);

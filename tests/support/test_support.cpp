@@ -5,11 +5,16 @@
 #include <kiv/filters.h>
 
 #include <stdlib.h>
+#if defined(_WIN32)
+#define WIN32_LEAN_AND_MEAN
+#include <windows.h>
+#endif
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <vector>
 
 namespace kiv::testing {
@@ -27,11 +32,16 @@ String Wide(const char* utf8) {
 }
 
 ScopedTempDir::ScopedTempDir() : previous_(std::filesystem::current_path().string()) {
-  std::string pattern = (std::filesystem::temp_directory_path() / "kiv_test_XXXXXX").string();
-  std::vector<char> name(pattern.begin(), pattern.end());
-  name.push_back('\0');
-  path_ = mkdtemp(name.data());
-  std::filesystem::current_path(path_);
+  // create_directory is false when the name is taken, so the folder found is ours alone.
+  std::random_device seed;
+  std::mt19937_64 random(seed());
+  const std::filesystem::path base = std::filesystem::temp_directory_path();
+  std::filesystem::path dir;
+  do {
+    dir = base / ("kiv_test_" + std::to_string(random() % 1000000000));
+  } while (!std::filesystem::create_directory(dir));
+  path_ = dir.string();
+  std::filesystem::current_path(dir);
 }
 
 ScopedTempDir::~ScopedTempDir() {
@@ -40,9 +50,63 @@ ScopedTempDir::~ScopedTempDir() {
   std::filesystem::remove_all(path_, ignored);
 }
 
+#if defined(_WIN32)
+namespace {
+std::wstring WideText(const std::string& utf8) {
+  String w = Wide(utf8.c_str());
+  return std::wstring(static_cast<const wchar_t*>(w->GetData()), w->ByteLength() / 2);
+}
+}  // namespace
+
+bool GetEnv(const std::string& name, std::string& value) {
+  const wchar_t* found = _wgetenv(WideText(name).c_str());
+  if (found == nullptr) return false;
+  value = Utf8(String(TextEncodingExp::MakeUTF16(), const_cast<wchar_t*>(found),
+                      static_cast<unsigned>(std::wcslen(found) * 2)));
+  return true;
+}
+void SetEnv(const std::string& name, const std::string& value) {
+  _wputenv_s(WideText(name).c_str(), WideText(value).c_str());
+}
+void UnsetEnv(const std::string& name) { _wputenv_s(WideText(name).c_str(), L""); }
+#else
+bool GetEnv(const std::string& name, std::string& value) {
+  const char* found = std::getenv(name.c_str());
+  if (found == nullptr) return false;
+  value = found;
+  return true;
+}
+void SetEnv(const std::string& name, const std::string& value) {
+  setenv(name.c_str(), value.c_str(), 1);
+}
+void UnsetEnv(const std::string& name) { unsetenv(name.c_str()); }
+#endif
+
 std::string ReadFile(const std::string& path) {
   std::ifstream in(path, std::ios::binary);
   return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+std::string ReadTextFile(const std::string& path) {
+  std::string text = ReadFile(path);
+#if defined(_WIN32)
+  std::string::size_type at = 0;
+  while ((at = text.find("\r\n", at)) != std::string::npos) text.erase(at, 1);
+#endif
+  return text;
+}
+
+std::string SystemErrorText(int code) {
+#if defined(_WIN32)
+  char text[512];
+  DWORD n = FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr,
+                           static_cast<DWORD>(code), 0, text, sizeof text, nullptr);
+  std::string message(text, n);
+  while (!message.empty() && std::strchr("\r\n .", message.back()) != nullptr) message.pop_back();
+  return message + " (" + std::to_string(code) + ")";
+#else
+  return std::string(std::strerror(code)) + " (" + std::to_string(code) + ")";
+#endif
 }
 
 std::string CorpusDir() {

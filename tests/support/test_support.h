@@ -28,8 +28,21 @@ class ScopedTempDir {
   std::string path_;
 };
 
+// The process environment with names and values as UTF-8, through the runtime's own functions
+// (setenv and unsetenv, or the wide _wputenv and _wgetenv on Windows, whose narrow forms use the
+// ANSI code page). Windows cannot hold an empty value: setting one removes the variable.
+bool GetEnv(const std::string& name, std::string& value);
+void SetEnv(const std::string& name, const std::string& value);
+void UnsetEnv(const std::string& name);
+
 // The whole content of a file, or "" when it cannot be read.
 std::string ReadFile(const std::string& path);
+// The content of a file the runtime wrote in text mode, with Windows' CR LF line ends read as LF.
+std::string ReadTextFile(const std::string& path);
+
+// How a resource exception words a system error code: "<system's text> (<code>)". Linux texts are
+// spelled out where tests expect them; Windows texts differ between versions and languages.
+std::string SystemErrorText(int code);
 
 // The corpus folder: KIV_CORPUS_DIR from the environment, else the one the build was configured
 // with (../shared/corpus beside the project by default); "" when it is absent.

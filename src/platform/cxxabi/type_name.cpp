@@ -1,3 +1,5 @@
+// The compiler's C++ ABI (the Itanium ABI of GCC and Clang, MinGW-w64 included) names types, so
+// this one implementation serves every system the library builds on.
 #include "platform/type_name.h"
 
 #include <cxxabi.h>
