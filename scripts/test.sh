@@ -6,7 +6,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
-ensure_packages cmake g++ make libgtest-dev clang pkg-config
+ensure_packages cmake g++ make libgtest-dev clang pkg-config node-llhttp
 
 jobs=$(nproc)
 configure() {  # dir, extra cmake arguments...

@@ -190,6 +190,15 @@ class KIV_EXPORT CannotCreateTextEncodingException : public virtual TextEncoding
   KIV_EXCEPTION_MEMBERS(CannotCreateTextEncodingException)
 };
 
+// Malformed HTTP/1.1 chunked framing, or framing beyond a decoder's limits; carries the fault
+// and the offset of the offending byte in the coded body ("bad chunk size at byte 17").
+class KIV_EXPORT ChunkedFormatException : public virtual IOException, public StringWhat {
+ public:
+  explicit ChunkedFormatException(const String& what, bool report = false);
+  String ToString() const override;
+  KIV_EXCEPTION_MEMBERS(ChunkedFormatException)
+};
+
 // Bad configuration; carries a description.
 class KIV_EXPORT ConfigurationError : public virtual Exception, public StringWhat {
  public:

@@ -76,6 +76,15 @@ String CannotCreateTextEncodingException::ToString() const {
   return StringWhat::ToString(Exception::ToString());
 }
 
+KIV_EXCEPTION_DEFINE(ChunkedFormatException, StringWhat)
+ChunkedFormatException::ChunkedFormatException(const String& what, bool report) : StringWhat(what) {
+  if (report) Exception::Report('\n');
+}
+
+String ChunkedFormatException::ToString() const {
+  return StringWhat::ToString(Exception::ToString());
+}
+
 KIV_EXCEPTION_DEFINE(ConfigurationError, StringWhat)
 ConfigurationError::ConfigurationError(const String& what, bool report) : StringWhat(what) {
   if (report) Exception::Report('\n');
