@@ -10,10 +10,11 @@
 //
 // Every filter keeps a counted reference to what it wraps and follows the stream contract: a
 // bulk Read returns 0 at end of data, the single-byte Read -1, a bulk Write the bytes accepted.
-// Running out of data is never an exception. The `timeout` of a read is passed down unchanged;
-// only the default-timeout stream replaces a negative one, and the converting input stream reads
-// with timeout 0 once it holds data for its caller. Only the thread-safe output stream may be used
-// by several threads at once.
+// Running out of data is never an exception, except for the strict chunked decoder, for which a
+// body cut short is malformed. The `timeout` of a read is passed down unchanged; only the
+// default-timeout stream replaces a negative one, and the converting input stream reads with
+// timeout 0 once it holds data for its caller. Only the thread-safe output stream may be used by
+// several threads at once.
 #ifndef KIV_FILTERS_H_
 #define KIV_FILTERS_H_
 

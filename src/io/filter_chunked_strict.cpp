@@ -122,7 +122,34 @@ unsigned StrictChunkedSyncInStreamImpl::Read(void* dst, unsigned count, std::int
   return got;
 }
 
+bool StrictChunkedSyncInStreamImpl::TakeShortFrame() noexcept {
+  const unsigned char* p = buffer_.get() + pos_;
+  const unsigned char* const end = buffer_.get() + end_;
+  if (state_ == State::kDataEnd) {
+    if (end - p < 2 || p[0] != '\r' || p[1] != '\n') return false;
+    p += 2;
+  } else if (state_ != State::kSizeLine) {
+    return false;  // the body is over, or failed: what is left is not ours to decode
+  }
+  // Fifteen digits cannot overflow, and a longer size goes the long way.
+  const unsigned char* const digits = p;
+  const unsigned char* const stop = end - p > kShortSizeDigits ? p + kShortSizeDigits : end;
+  std::uint64_t size = 0;
+  for (unsigned digit; p < stop && (digit = kHexValues[*p]) < 16; ++p) size = size << 4 | digit;
+  if (p == digits || end - p < 2 || p[0] != '\r' || p[1] != '\n' || size == 0 ||
+      size > limits_.max_chunk_size ||
+      static_cast<std::uint64_t>(p - digits) > limits_.max_line_length) {
+    return false;
+  }
+  extensions_.clear();
+  pos_ = static_cast<unsigned>(p + 2 - buffer_.get());
+  remaining_ = size;
+  state_ = State::kData;
+  return true;
+}
+
 bool StrictChunkedSyncInStreamImpl::ReachData(std::int64_t timeout) {
+  if (TakeShortFrame()) return true;
   for (;;) {
     switch (state_) {
       case State::kData:
@@ -157,8 +184,9 @@ bool StrictChunkedSyncInStreamImpl::ReachData(std::int64_t timeout) {
       }
       case State::kSizeLine: {
         std::uint64_t offset = 0;
-        ParseSizeLine(
-            TakeLine(limits_.max_line_length, "chunk size line too long", timeout, offset), offset);
+        const std::string_view line =
+            TakeLine(limits_.max_line_length, "chunk size line too long", timeout, offset);
+        ParseSizeLine(line, offset);
         line_.clear();
         state_ = remaining_ > 0 ? State::kData : State::kTrailer;
         continue;
