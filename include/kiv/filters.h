@@ -64,14 +64,19 @@ struct ChunkedField {
 
 // The strict chunked decoder, an input stream with access to the framing it has read.
 //
+//   ChunkedSyncInputStream body = ChunkedSyncIOStreamExp::MakeStrict(connection);
+//   while (unsigned n = body->Read(data, sizeof data, timeout)) Consume(data, n);
+//   Check(body->GetTrailers());
+//   std::string_view next = body->GetUnread();  // the next request starts here, then `connection`
+//
 // Read returns data only, never more than the rest of the current chunk, and blocks until it has
 // some or the body has ended; after the last chunk and the trailer section it returns 0, as at the
 // end of any stream. Malformed framing, or a limit exceeded, throws ChunkedFormatException whose
-// text names the fault and the offset of the offending byte in the coded body ("bad chunk size at
-// byte 17"); data that ends before the last chunk and the trailer section throws
-// UnexpectedEOFException. Either failure is final: every later read throws it again. Failures of
-// the wrapped stream (a time-out) pass through and leave the decoder as it was, so the read can
-// be repeated.
+// text names the fault and the offset of the offending byte, counted from 0 at the first byte read
+// from the wrapped stream ("bad chunk size at byte 17"); data that ends before the last chunk and
+// the trailer section throws UnexpectedEOFException. Either failure is final: every later read
+// throws it again. Failures of the wrapped stream (a time-out) pass through and leave the decoder
+// as it was, so the read can be repeated.
 //
 // The wrapped stream is read in blocks, so the decoder may take bytes beyond the body from it;
 // GetUnread() gives them back (on a keep-alive connection, the start of the next message).
@@ -80,14 +85,17 @@ struct KIV_EXPORT ChunkedSyncInputStreamItf : public SyncInputStreamItf {
 
   // The extensions of the chunk being read (the last chunk's once the body has ended), in order.
   virtual const std::vector<ChunkedField>& GetExtensions() const = 0;
-  // The trailer fields, in order; empty until the body has ended.
+  // The trailer fields, in order; empty until the body has ended. Fields that must not come in a
+  // trailer (framing, routing, authentication) are given like the others: hosts choose which to
+  // honour and never merge them into the header section blindly.
   virtual const std::vector<ChunkedField>& GetTrailers() const = 0;
   // The data of the current chunk not read yet: the most the next Read delivers; 0 between chunks.
   virtual std::uint64_t GetChunkRemaining() const = 0;
   // True once the last chunk and the trailer section have been read.
   virtual bool IsComplete() const = 0;
-  // The bytes taken from the wrapped stream and not yet decoded; once the body is complete,
-  // exactly what followed it. The view stays valid until the next Read.
+  // Once the body is complete, exactly the bytes taken from the wrapped stream beyond its end,
+  // which a host reads before reading that stream again; before that, the buffered bytes not yet
+  // decoded. The view stays valid until the next Read.
   virtual std::string_view GetUnread() const = 0;
 };
 

@@ -157,9 +157,7 @@ bool StrictChunkedSyncInStreamImpl::ReachData(std::int64_t timeout) {
       case State::kComplete:
         return false;
       case State::kFailed:
-        throw ChunkedFormatException(String(TextEncodingExp::MakeAscii(),
-                                            static_cast<void*>(failure_.data()),
-                                            static_cast<unsigned>(failure_.size())));
+        ThrowFailure();
       case State::kTruncated:
         throw UnexpectedEOFException();
       case State::kDataEnd: {
@@ -352,8 +350,12 @@ void StrictChunkedSyncInStreamImpl::Refuse(const char* fault, std::uint64_t offs
                                    static_cast<unsigned long long>(offset));
   failure_.assign(text, static_cast<std::size_t>(std::max(length, 0)));
   state_ = State::kFailed;
+  ThrowFailure();
+}
+
+void StrictChunkedSyncInStreamImpl::ThrowFailure() const {
   throw ChunkedFormatException(String(TextEncodingExp::MakeAscii(),
-                                      static_cast<void*>(failure_.data()),
+                                      const_cast<char*>(failure_.data()),
                                       static_cast<unsigned>(failure_.size())));
 }
 

@@ -170,6 +170,8 @@ class StrictChunkedSyncInStreamImpl : public ChunkedSyncInputStreamItf {
   void ParseTrailerField(std::string_view line, std::uint64_t offset);
   // Marks the decoder failed and throws ChunkedFormatException "<fault> at byte <offset>".
   [[noreturn]] void Refuse(const char* fault, std::uint64_t offset);
+  // Throws the refusal again (the string is copied into the exception).
+  [[noreturn]] void ThrowFailure() const;
   std::uint64_t Offset() const noexcept { return origin_ + pos_; }
 
   SyncInputStream in_;
