@@ -64,7 +64,7 @@ Decoded Strict(const std::string& wire, std::vector<unsigned> splits = {},
   try {
     for (;;) {
       const bool new_chunk = chunked->GetChunkRemaining() == 0;
-      unsigned n;
+      unsigned n = 0;
       for (;;) {
         try {
           n = chunked->Read(buf.data(), read_size, -1);
