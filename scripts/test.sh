@@ -7,7 +7,8 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
-ensure_packages cmake g++ make libgtest-dev clang libclang-rt-14-dev pkg-config curl python3
+ensure_packages cmake g++ make libgtest-dev clang libclang-rt-14-dev pkg-config curl python3 \
+  node-llhttp
 
 jobs=$(nproc)
 configure() {  # dir, extra cmake arguments...

@@ -333,6 +333,11 @@ SyncInputStream ChunkedSyncIOStreamExp::MakeCapped(const SyncInputStream& in) {
   return SyncInputStream(new ChunkedSyncInStreamImpl(in, true));
 }
 
+ChunkedSyncInputStream ChunkedSyncIOStreamExp::MakeStrict(const SyncInputStream& in,
+                                                          const ChunkedLimits& limits) {
+  return ChunkedSyncInputStream(new StrictChunkedSyncInStreamImpl(in, limits));
+}
+
 SyncOutputStream ChunkedSyncIOStreamExp::Make(const SyncOutputStream& out) {
   return SyncOutputStream(new ChunkedSyncOutStreamImpl(out));
 }

@@ -5,9 +5,14 @@
 #define KIV_SRC_IO_FILTER_STREAMS_H_
 
 #include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
 
 #include "kiv/buffer.h"
 #include "kiv/converters.h"
+#include "kiv/filters.h"
 #include "kiv/locks.h"
 #include "kiv/streams.h"
 
@@ -109,6 +114,80 @@ class ChunkedSyncInStreamImpl : public SyncInputStreamWrapper {
   // Bytes of the closing CR LF still to read: 0 (none), 2 (CR then LF) or 1 (LF).
   unsigned chunk_end_left_ = 0;
   bool chunk_end_bad_ = false;
+};
+
+// The strict chunked decoder (see ChunkedSyncInputStreamItf). The wrapped stream is read in blocks
+// into a buffer of its own; chunk data that the caller asks for in large reads goes straight from
+// the wrapped stream to the caller, never past the chunk's end. Framing is decoded line by line: a
+// line found whole in the buffer is parsed where it lies; one cut by the end of the buffer is
+// gathered in a string, so lines are bounded by the limits, not by the buffer. All progress is
+// kept in members between reads, so a time-out of the wrapped stream loses nothing.
+class StrictChunkedSyncInStreamImpl : public ChunkedSyncInputStreamItf {
+ public:
+  static constexpr unsigned kBlockSize = 16384;
+  // Reads of at least this much chunk data bypass the buffer when it is empty: one copy fewer,
+  // for one more read of the wrapped stream (on a connection, a system call) that the size pays
+  // for.
+  static constexpr unsigned kDirectRead = kBlockSize / 4;
+
+  StrictChunkedSyncInStreamImpl(const SyncInputStream& in, const ChunkedLimits& limits);
+  ~StrictChunkedSyncInStreamImpl() override;
+
+  using SyncInputStreamItf::Read;
+  unsigned Read(void* dst, unsigned count, std::int64_t timeout) override;
+  const std::vector<ChunkedField>& GetExtensions() const override;
+  const std::vector<ChunkedField>& GetTrailers() const override;
+  std::uint64_t GetChunkRemaining() const override;
+  bool IsComplete() const override;
+  std::string_view GetUnread() const override;
+
+ private:
+  enum class State : unsigned char {
+    kSizeLine,  // before a chunk's size line
+    kData,      // inside a chunk's data; remaining_ > 0
+    kDataEnd,   // before the CR LF that closes a chunk's data
+    kTrailer,   // before a trailer field or the empty line that ends the body
+    kComplete,
+    kFailed,     // malformed framing; failure_ holds the text
+    kTruncated,  // the wrapped stream ended inside the body
+  };
+
+  // The frame of almost every chunk, decoded in one pass: the previous chunk's CR LF and a size
+  // line of at most kShortSizeDigits digits without extensions, all in the buffer. False, with
+  // nothing consumed, for anything else, which ReachData then decodes the long way.
+  static constexpr long kShortSizeDigits = 15;
+  bool TakeShortFrame() noexcept;
+  // Decodes framing until chunk data is at hand (true) or the body is complete (false).
+  bool ReachData(std::int64_t timeout);
+  // One read of the wrapped stream behind the buffered bytes, which callers have consumed all but
+  // at most one of; UnexpectedEOFException at its end.
+  void Refill(std::int64_t timeout);
+  // The next line without its line break, consumed from the input, at most `limit` bytes long;
+  // `offset` receives the offset of its first byte. The view lies in the buffer or in line_.
+  std::string_view TakeLine(std::uint32_t limit, const char* too_long, std::int64_t timeout,
+                            std::uint64_t& offset);
+  void ParseSizeLine(std::string_view line, std::uint64_t offset);
+  void ParseTrailerField(std::string_view line, std::uint64_t offset);
+  // Marks the decoder failed and throws ChunkedFormatException "<fault> at byte <offset>".
+  [[noreturn]] void Refuse(const char* fault, std::uint64_t offset);
+  // Throws the refusal again (the string is copied into the exception).
+  [[noreturn]] void ThrowFailure() const;
+  std::uint64_t Offset() const noexcept { return origin_ + pos_; }
+
+  SyncInputStream in_;
+  ChunkedLimits limits_;
+  std::unique_ptr<unsigned char[]> buffer_;
+  unsigned pos_ = 0;          // next byte to decode
+  unsigned end_ = 0;          // end of the buffered bytes
+  std::uint64_t origin_ = 0;  // offset of buffer_[0] in the coded body
+  std::uint64_t remaining_ = 0;
+  std::uint64_t trailer_size_ = 0;
+  State state_ = State::kSizeLine;
+  std::string line_;  // the gathered start of a line cut by the end of the buffer
+  std::uint64_t line_offset_ = 0;
+  std::string failure_;
+  std::vector<ChunkedField> extensions_;
+  std::vector<ChunkedField> trailers_;
 };
 
 class ChunkedSyncOutStreamImpl : public SyncOutputStreamWrapper {

@@ -2,9 +2,11 @@
 
 #include <kiv/buffer.h>
 #include <kiv/encodings.h>
+#include <kiv/exception.h>
 #include <kiv/filters.h>
 
 #include <stdlib.h>
+#include <algorithm>
 #if defined(_WIN32)
 #define WIN32_LEAN_AND_MEAN
 #include <windows.h>
@@ -128,6 +130,22 @@ Reader MakeReader(const std::string& bytes, const TextEncoding& encoding, unsign
   SyncInputStream in = FixedLengthSyncInputStreamExp::Make(SyncInputStreamExp::Make(data),
                                                            static_cast<unsigned>(bytes.size()));
   return ReaderExp::Make(TextInputStreamExp::Make(in, BufferExp::Make(read_ahead), encoding), -1);
+}
+
+SplitInput::SplitInput(std::string data, std::vector<unsigned> splits,
+                       std::vector<unsigned> timeouts)
+    : data_(std::move(data)), splits_(std::move(splits)), timeouts_(std::move(timeouts)) {}
+
+unsigned SplitInput::Read(void* dst, unsigned count, std::int64_t) {
+  const unsigned read = reads_++;
+  if (std::find(timeouts_.begin(), timeouts_.end(), read) != timeouts_.end()) {
+    throw IOTimeoutException();
+  }
+  std::size_t n = std::min<std::size_t>(count, data_.size() - offset_);
+  if (!splits_.empty()) n = std::min<std::size_t>(n, splits_[read % splits_.size()]);
+  std::memcpy(dst, data_.data() + offset_, n);
+  offset_ += n;
+  return static_cast<unsigned>(n);
 }
 
 }  // namespace kiv::testing

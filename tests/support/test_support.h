@@ -8,6 +8,7 @@
 #include <kiv/textio.h>
 
 #include <string>
+#include <vector>
 
 namespace kiv::testing {
 
@@ -55,6 +56,26 @@ class MemoryOutput : public SyncOutputStreamItf {
   unsigned Write(const void* src, unsigned count) override;
   void Flush() override {}
   std::string text;
+};
+
+// Hands out `data` in reads of at most the sizes in `splits`, taken in turn and repeated (none:
+// as much as asked), and throws IOTimeoutException in place of the reads whose numbers (counted
+// from 0) are in `timeouts`. What a decoder does must not depend on how its input arrives.
+class SplitInput : public SyncInputStreamItf {
+ public:
+  explicit SplitInput(std::string data, std::vector<unsigned> splits = {},
+                      std::vector<unsigned> timeouts = {});
+  using SyncInputStreamItf::Read;
+  unsigned Read(void* dst, unsigned count, std::int64_t timeout) override;
+  // The bytes not read yet.
+  std::string Rest() const { return data_.substr(offset_); }
+
+ private:
+  std::string data_;
+  std::vector<unsigned> splits_;
+  std::vector<unsigned> timeouts_;
+  std::size_t offset_ = 0;
+  unsigned reads_ = 0;
 };
 
 // A reader of `bytes` as text in `encoding`, through a read-ahead buffer of `read_ahead` bytes.
