@@ -29,7 +29,7 @@ std::uint32_t CountUtf8(std::string_view text) {
   const auto* end = p + text.size();
   std::uint32_t count = 0;
   while (p < end) {
-    std::uint32_t value;
+    std::uint32_t value = 0;
     const int n = codec::Utf8Decode(p, end, value);
     if (n <= 0) throw CannotConvertException();
     p += n;
@@ -52,7 +52,7 @@ bool IsStandardUtf8(const unsigned char* p, const unsigned char* end) noexcept {
       ++p;
       continue;
     }
-    std::uint32_t value;
+    std::uint32_t value = 0;
     const int n = codec::Utf8Decode(p, end, value);
     if (n <= 0 || n > 4 || value > kMaxCodePoint || IsSurrogate(value)) return false;
     p += n;

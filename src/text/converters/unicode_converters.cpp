@@ -137,7 +137,7 @@ BufferResult UTF16toUTF32ConverterImpl::ConvertOne(void* out, unsigned& out_size
   if (result != ResultOK || in_size == 0) return result;
   if (room < 4) return ResultOutputTooSmall;  // sizes already 2 and 4
   const unsigned short unit = codec::Load16(in);
-  std::uint32_t value;
+  std::uint32_t value = 0;
   UTF16toUTF32(&value, &unit, &unit + 1);
   codec::Store32(out, value);
   return ResultOK;

@@ -86,7 +86,7 @@ template <bool kStandard>
 inline bool Utf8Scalar(const unsigned char*& p, const unsigned char* stop, const unsigned char* end,
                        unsigned char* o, unsigned& w, unsigned room) noexcept {
   while (p < stop && end - p >= 4 && room - w >= 4) {
-    std::uint32_t value;
+    std::uint32_t value = 0;
     const int length = DecodeCommon<kStandard>(p, value);
     if (length == 0) return false;
     w += PutUnits(o + w, value);

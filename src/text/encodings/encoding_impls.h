@@ -96,7 +96,7 @@ class BasicUTF8TextEnumeration {
   // sequence cut off by the end sets the truncated flag and answers false without moving. An
   // invalid sequence throws CannotConvertException.
   bool Next() {
-    std::uint32_t value;
+    std::uint32_t value = 0;
     int length;
     if constexpr (kStandard) {
       length = bounded_ ? codec::StandardUtf8Decode<true>(pos_, end_, value)

@@ -35,7 +35,7 @@ const char* LenientFault(const unsigned char* p, const unsigned char* e) {
   for (int i = 1; i < length; ++i) {
     if (!IsContinuation(p[i])) return "missing continuation byte";
   }
-  std::uint32_t value;
+  std::uint32_t value = 0;
   if (codec::Utf8Decode(p, e, value) == codec::kUtf8Invalid) return "overlong form";
   return "value above U+10FFFF";
 }
@@ -68,7 +68,7 @@ TextValidation ValidateUtf8(const unsigned char* text, std::size_t bytes) {
     const unsigned char* const stop =
         static_cast<std::size_t>(end - p) > kByCharacter ? p + kByCharacter : end;
     while (p < stop) {
-      std::uint32_t value;
+      std::uint32_t value = 0;
       const int length =
           kStandard ? codec::StandardUtf8Decode(p, end, value) : codec::Utf8Decode(p, end, value);
       const auto offset = static_cast<std::size_t>(p - text);
