@@ -285,10 +285,12 @@ class ChunkFramingImpl final : public kiv::SyncInputStreamWrapper {
   unsigned trailer_bytes_ = 0;
 };
 
-// The decoder of chunked bodies.
+// The decoder of chunked bodies: the strict one, so that bad framing is refused (its
+// ChunkedFormatException names the fault and the offset, and becomes a 400) instead of being
+// read as data. It reads ahead in blocks; the framing stream under it ends where the body ends,
+// so that read-ahead never takes a byte of the next request (its GetUnread stays empty).
 kiv::SyncInputStream OpenChunkedBody(const kiv::SyncInputStream& in) {
-  // switch to MakeStrict when it lands
-  return kiv::ChunkedSyncIOStreamExp::MakeCapped(in);
+  return kiv::ChunkedSyncIOStreamExp::MakeStrict(in);
 }
 
 }  // namespace

@@ -258,6 +258,9 @@ def test_bad_input():
         ("chunk size bare LF", [b"POST /upper HTTP/1.1\r\nHost: t\r\nTransfer-Encoding: chunked\r\n\r\n2\nab\r\n0\r\n\r\n"], 400),
         ("chunk data too long", [b"POST /upper HTTP/1.1\r\nHost: t\r\nTransfer-Encoding: chunked\r\n\r\n2\r\nabc\r\n0\r\n\r\n"], 400),
         ("chunk size overflow", [b"POST /upper HTTP/1.1\r\nHost: t\r\nTransfer-Encoding: chunked\r\n\r\n1000000000\r\n"], 400),
+        # Framing only the strict decoder refuses: an extension without a name, a signed size.
+        ("chunk extension without a name", [b"POST /upper HTTP/1.1\r\nHost: t\r\nTransfer-Encoding: chunked\r\n\r\n2;=x\r\nab\r\n0\r\n\r\n"], 400),
+        ("chunk extension value missing", [b"POST /upper HTTP/1.1\r\nHost: t\r\nTransfer-Encoding: chunked\r\n\r\n2;a=\r\nab\r\n0\r\n\r\n"], 400),
     ]
     for what, parts, expected in cases:
         status, _, _, closed = raw(parts)
