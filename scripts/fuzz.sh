@@ -19,9 +19,8 @@ build=build/fuzz
 targets() { sed -n 's/^kiv_fuzz_target(\([a-z0-9_]*\)).*/\1/p' fuzz/CMakeLists.txt; }
 
 build_targets() {  # target names...
-  if [ ! -f "$build/CMakeCache.txt" ]; then
-    cmake -S fuzz -B "$build" -DCMAKE_CXX_COMPILER=clang++ -DKIV_WERROR=ON >/dev/null
-  fi
+  # Configured every time (quick), so that a target added to fuzz/CMakeLists.txt is found.
+  cmake -S fuzz -B "$build" -DCMAKE_CXX_COMPILER=clang++ -DKIV_WERROR=ON >/dev/null
   local names=()
   for t in "$@"; do names+=("${t}_fuzz"); done
   cmake --build "$build" -j"$(nproc)" --target "${names[@]}"
