@@ -86,6 +86,11 @@ struct TextValidation {
 struct KIV_EXPORT TextEncodingExp {
   // The shared built-in encodings, each made on first use and kept for the process's life.
   static TextEncoding MakeAscii();
+  // The library's own, lenient UTF-8: it reads one- to six-byte forms and encoded surrogates,
+  // and writes wide text one 16-bit unit at a time, so a character above U+FFFF (a surrogate
+  // pair) goes out as two three-byte sequences that strict readers refuse. Stored text depends
+  // on this. Case mapping of text in it throws InternalError at a character above U+FFFF. For
+  // text that leaves the process, use MakeStandardUTF8().
   static TextEncoding MakeUTF8();
   static TextEncoding MakeUTF16();
   static TextEncoding MakeUTF32();

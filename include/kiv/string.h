@@ -77,7 +77,8 @@ struct KIV_EXPORT BasicStringItf : public virtual RefCount {
   // The storage; its used bytes are [GetData(), GetData() + ByteLength()).
   virtual Buffer GetBuffer() const = 0;
   virtual unsigned ByteLength() const = 0;
-  // Length in characters (0 for an empty string).
+  // Length in characters as the encoding counts them (0 for an empty string): UTF-16 counts
+  // 16-bit units, so a character above U+FFFF counts twice; UTF-8 and UTF-32 count characters.
   virtual std::uint32_t Length() const = 0;
   virtual const void* GetData() const = 0;
   // The character at `index` as a wide character; BoundsException at or past the end.
@@ -146,6 +147,9 @@ struct KIV_EXPORT StringItf : public BasicStringItf {
   [[nodiscard]] virtual String Substring(std::int32_t start) const = 0;
   [[nodiscard]] virtual String Substring(std::int32_t start, std::int32_t count) const = 0;
   [[nodiscard]] virtual String Trim() const = 0;
+  // Case-mapped copies, through the encoding's case converters. In the lenient "utf-8" these
+  // work one 16-bit unit at a time and throw InternalError at a character above U+FFFF; UTF-16
+  // text leaves such characters as they are, and "utf-8-standard" maps them.
   [[nodiscard]] virtual String ToLower() const = 0;
   [[nodiscard]] virtual String ToUpper() const = 0;
   // A list of the pieces. With `trim` the string and every piece are trimmed. With `max` below 2
