@@ -12,6 +12,7 @@
 #include <cstdint>
 
 #include "kiv/converters.h"
+#include "text/converters/utf8_fast.h"
 
 namespace kiv {
 
@@ -26,9 +27,24 @@ class BlockConverterExpansionFactorImpl : public BlockConverterExpansionFactorIt
 };
 
 // ---------------------------------------------------------------------------------------------
+// The rule every face of every converter keeps for no input, coded here once: a null `in` gives
+// both sizes 0, an empty input gives out_size 0, and the answer is ResultOK. True when it applied.
+inline bool NoInput(unsigned& out_size, const void* in, unsigned& in_size) noexcept {
+  if (in == nullptr) {
+    in_size = out_size = 0;
+    return true;
+  }
+  if (in_size == 0) {
+    out_size = 0;
+    return true;
+  }
+  return false;
+}
+
+// ---------------------------------------------------------------------------------------------
 // Character-by-character block loops, shared by the generic block converter and the converters
 // whose block face converts one character at a time. `one` and `sizes` have the signatures of the
-// data face's Convert and ComputeSizes.
+// data face's Convert and ComputeSizes. Both expect input that passed NoInput.
 
 // The block ComputeSizes rule: walks whole characters from the start, asking `sizes` for each
 // (once more with end_of_input set after ResultInputIncomplete when the caller's flag is set), and
@@ -37,14 +53,6 @@ class BlockConverterExpansionFactorImpl : public BlockConverterExpansionFactorIt
 template <class Sizes>
 DataConverterItf::BufferResult ComputeByCharacter(Sizes&& sizes, unsigned& out_size, const void* in,
                                                   unsigned& in_size, bool end_of_input) {
-  if (in == nullptr) {
-    in_size = out_size = 0;
-    return DataConverterItf::ResultOK;
-  }
-  if (in_size == 0) {
-    out_size = 0;
-    return DataConverterItf::ResultOK;
-  }
   const auto* p = static_cast<const unsigned char*>(in);
   unsigned offset = 0;
   unsigned total = 0;
@@ -115,345 +123,367 @@ DataConverterItf::BufferResult ContinueByCharacter(One&& one, void* out, unsigne
 }
 
 // ---------------------------------------------------------------------------------------------
-// ASCII and case converters: one fixed-size unit in, one fixed-size unit out. Their block face
-// converts min(input units, output room in units) in one go and answers ResultOK even when that
-// is only part of the input; ResultOutputTooSmall (with the whole need) only when not even one
-// unit fits.
-
-class AsciiToWideCharConverterImpl : public DataConverterItf, public BlockConverterItf {
+// Both faces on one object, from the per-class functions of `Impl`, which see only input that
+// passed NoInput (non-null, at least one byte):
+//   EstimateOne, SizesOne, ConvertOne   the data face (one character);
+//   EstimateBlock, SizesBlock           the block face's sizes (positions play no part);
+//   ConvertBlock                        the block face's conversion;
+//   Factor                              the expansion factor.
+// The calls are resolved at compile time, so a block loop over SizesOne or ConvertOne pays no
+// virtual call per character. GetDataConverter hands out the object itself.
+//
+// The final classes define their constructors out of line, next to their per-class functions:
+// the faces are then compiled only there, with those functions at hand for inlining.
+template <class Impl>
+class BothFaces : public DataConverterItf, public BlockConverterItf {
  public:
   using BufferResult = DataConverterItf::BufferResult;
-  ~AsciiToWideCharConverterImpl() override;
+
   BufferResult EstimateSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                             bool end_of_input) override;
+                             bool end_of_input) override {
+    if (NoInput(out_size, in, in_size)) return ResultOK;
+    return self().EstimateOne(out_size, in, in_size, end_of_input);
+  }
   BufferResult ComputeSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                            bool end_of_input) override;
-  // Stores the byte sign-extended: 0x80-0xFF become 0xFF80-0xFFFF. Text made by older callers
-  // depends on that exact result for non-ASCII bytes.
+                            bool end_of_input) override {
+    if (NoInput(out_size, in, in_size)) return ResultOK;
+    return self().SizesOne(out_size, in, in_size, end_of_input);
+  }
   BufferResult Convert(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                       bool end_of_input) override;
-  DataConverter GetDataConverter() override;
-  double GetExpansionFactor() override { return 2.0; }
-  BufferResult EstimateSizes(unsigned& out_size, unsigned out_pos, const void* in,
-                             unsigned& in_size, unsigned in_pos, bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, unsigned out_pos, const void* in, unsigned& in_size,
-                            unsigned in_pos, bool end_of_input) override;
+                       bool end_of_input) override {
+    if (NoInput(out_size, in, in_size)) return ResultOK;
+    return self().ConvertOne(out, out_size, in, in_size, end_of_input);
+  }
+  DataConverter GetDataConverter() override {
+    return DataConverter(static_cast<DataConverterItf*>(this));
+  }
+  double GetExpansionFactor() override { return self().Factor(); }
+  BufferResult EstimateSizes(unsigned& out_size, unsigned, const void* in, unsigned& in_size,
+                             unsigned, bool end_of_input) override {
+    if (NoInput(out_size, in, in_size)) return ResultOK;
+    return self().EstimateBlock(out_size, in, in_size, end_of_input);
+  }
+  BufferResult ComputeSizes(unsigned& out_size, unsigned, const void* in, unsigned& in_size,
+                            unsigned, bool end_of_input) override {
+    if (NoInput(out_size, in, in_size)) return ResultOK;
+    return self().SizesBlock(out_size, in, in_size, end_of_input);
+  }
   BufferResult Convert(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
-                       unsigned& in_size, unsigned& in_pos, bool end_of_input) override;
+                       unsigned& in_size, unsigned& in_pos, bool end_of_input) override {
+    if (NoInput(out_size, in, in_size)) return ResultOK;
+    return self().ConvertBlock(out, out_size, out_pos, in, in_size, in_pos, end_of_input);
+  }
+
+ private:
+  Impl& self() noexcept { return static_cast<Impl&>(*this); }
+};
+
+// ---------------------------------------------------------------------------------------------
+// ASCII and case converters: one unit of InUnit bytes in, one unit of OutUnit bytes out, through
+// `Impl::Map(in, out)`. Their block face converts min(input units, output room in units) in one
+// go and answers ResultOK even when that is only part of the input; ResultOutputTooSmall (with
+// the whole need) only when not even one unit fits. Estimates are the exact sizes.
+template <class Impl, unsigned InUnit, unsigned OutUnit>
+class UnitConverter : public BothFaces<Impl> {
+ public:
+  using BufferResult = DataConverterItf::BufferResult;
+
+  BufferResult EstimateOne(unsigned& out_size, const void* in, unsigned& in_size, bool eoi) {
+    return SizesOne(out_size, in, in_size, eoi);
+  }
+  BufferResult SizesOne(unsigned& out_size, const void*, unsigned& in_size, bool) {
+    if (in_size < InUnit) {
+      in_size = out_size = 0;
+      return DataConverterItf::ResultInputIncomplete;
+    }
+    in_size = InUnit;
+    out_size = OutUnit;
+    return DataConverterItf::ResultOK;
+  }
+  BufferResult ConvertOne(void* out, unsigned& out_size, const void* in, unsigned& in_size,
+                          bool eoi) {
+    const unsigned room = out != nullptr ? out_size : 0;
+    const BufferResult result = SizesOne(out_size, in, in_size, eoi);
+    if (result != DataConverterItf::ResultOK) return result;
+    if (room < OutUnit) return DataConverterItf::ResultOutputTooSmall;  // sizes already set
+    Impl::Map(static_cast<const unsigned char*>(in), static_cast<unsigned char*>(out));
+    return DataConverterItf::ResultOK;
+  }
+  double Factor() const noexcept { return static_cast<double>(OutUnit) / InUnit; }
+
+  BufferResult EstimateBlock(unsigned& out_size, const void* in, unsigned& in_size, bool eoi) {
+    return SizesBlock(out_size, in, in_size, eoi);
+  }
+  // The input cut to whole units (input shorter than one unit is incomplete).
+  BufferResult SizesBlock(unsigned& out_size, const void*, unsigned& in_size, bool) {
+    if (in_size < InUnit) {
+      in_size = out_size = 0;
+      return DataConverterItf::ResultInputIncomplete;
+    }
+    in_size -= in_size % InUnit;
+    out_size = in_size / InUnit * OutUnit;
+    return DataConverterItf::ResultOK;
+  }
+  BufferResult ConvertBlock(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
+                            unsigned& in_size, unsigned& in_pos, bool eoi) {
+    const unsigned room = out != nullptr ? out_size : 0;
+    const BufferResult result = SizesBlock(out_size, in, in_size, eoi);
+    if (result != DataConverterItf::ResultOK) return result;
+    unsigned units = in_size / InUnit;
+    if (units > room / OutUnit) {
+      units = room / OutUnit;
+      if (units == 0) return DataConverterItf::ResultOutputTooSmall;  // out_size holds the need
+    }
+    Impl::MapRun(static_cast<unsigned char*>(out), static_cast<const unsigned char*>(in), units);
+    in_size = units * InUnit;
+    out_size = units * OutUnit;
+    in_pos += in_size;
+    out_pos += out_size;
+    return DataConverterItf::ResultOK;
+  }
+
+  // `count` units through Map; a class with a faster loop hides this.
+  static void MapRun(unsigned char* out, const unsigned char* in, unsigned count) {
+    for (unsigned i = 0; i < count; ++i) Impl::Map(in + i * InUnit, out + i * OutUnit);
+  }
+};
+
+// Stores the byte sign-extended: 0x80-0xFF become 0xFF80-0xFFFF. Text made by older callers
+// depends on that exact result for non-ASCII bytes.
+class AsciiToWideCharConverterImpl final
+    : public UnitConverter<AsciiToWideCharConverterImpl, 1, 2> {
+ public:
+  AsciiToWideCharConverterImpl();
+  ~AsciiToWideCharConverterImpl() override;
+  static void Map(const unsigned char* in, unsigned char* out);
+  static void MapRun(unsigned char* out, const unsigned char* in, unsigned count);
 };
 
 // Units below 0x7F become that byte; every other unit, 0x7F included, becomes '.'. Nothing is
 // ever reported as unconvertible.
-class WideCharToAsciiConverterImpl : public DataConverterItf, public BlockConverterItf {
+class WideCharToAsciiConverterImpl final
+    : public UnitConverter<WideCharToAsciiConverterImpl, 2, 1> {
  public:
-  using BufferResult = DataConverterItf::BufferResult;
+  WideCharToAsciiConverterImpl();
   ~WideCharToAsciiConverterImpl() override;
-  BufferResult EstimateSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                             bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                            bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                       bool end_of_input) override;
-  DataConverter GetDataConverter() override;
-  double GetExpansionFactor() override { return 0.5; }
-  BufferResult EstimateSizes(unsigned& out_size, unsigned out_pos, const void* in,
-                             unsigned& in_size, unsigned in_pos, bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, unsigned out_pos, const void* in, unsigned& in_size,
-                            unsigned in_pos, bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
-                       unsigned& in_size, unsigned& in_pos, bool end_of_input) override;
+  static void Map(const unsigned char* in, unsigned char* out);
 };
 
 // Each byte through the C library's tolower (current C locale).
-class AsciiToLowerConverterImpl : public DataConverterItf, public BlockConverterItf {
+class AsciiToLowerConverterImpl final : public UnitConverter<AsciiToLowerConverterImpl, 1, 1> {
  public:
-  using BufferResult = DataConverterItf::BufferResult;
+  AsciiToLowerConverterImpl();
   ~AsciiToLowerConverterImpl() override;
-  BufferResult EstimateSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                             bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                            bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                       bool end_of_input) override;
-  DataConverter GetDataConverter() override;
-  double GetExpansionFactor() override { return 1.0; }
-  BufferResult EstimateSizes(unsigned& out_size, unsigned out_pos, const void* in,
-                             unsigned& in_size, unsigned in_pos, bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, unsigned out_pos, const void* in, unsigned& in_size,
-                            unsigned in_pos, bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
-                       unsigned& in_size, unsigned& in_pos, bool end_of_input) override;
+  static void Map(const unsigned char* in, unsigned char* out);
 };
 
-// Each byte through toupper; only the converting operations differ from the lower-case one.
-class AsciiToUpperConverterImpl : public AsciiToLowerConverterImpl {
+// Each byte through toupper.
+class AsciiToUpperConverterImpl final : public UnitConverter<AsciiToUpperConverterImpl, 1, 1> {
  public:
+  AsciiToUpperConverterImpl();
   ~AsciiToUpperConverterImpl() override;
-  BufferResult Convert(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                       bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
-                       unsigned& in_size, unsigned& in_pos, bool end_of_input) override;
+  static void Map(const unsigned char* in, unsigned char* out);
 };
 
 // Each 16-bit unit through towlower, one unit at a time (surrogates are not paired).
-class UTF16ToLowerConverterImpl : public DataConverterItf, public BlockConverterItf {
+class UTF16ToLowerConverterImpl final : public UnitConverter<UTF16ToLowerConverterImpl, 2, 2> {
  public:
-  using BufferResult = DataConverterItf::BufferResult;
+  UTF16ToLowerConverterImpl();
   ~UTF16ToLowerConverterImpl() override;
-  BufferResult EstimateSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                             bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                            bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                       bool end_of_input) override;
-  DataConverter GetDataConverter() override;
-  double GetExpansionFactor() override { return 1.0; }
-  BufferResult EstimateSizes(unsigned& out_size, unsigned out_pos, const void* in,
-                             unsigned& in_size, unsigned in_pos, bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, unsigned out_pos, const void* in, unsigned& in_size,
-                            unsigned in_pos, bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
-                       unsigned& in_size, unsigned& in_pos, bool end_of_input) override;
+  static void Map(const unsigned char* in, unsigned char* out);
 };
 
-class UTF16ToUpperConverterImpl : public UTF16ToLowerConverterImpl {
+// Each 16-bit unit through towupper.
+class UTF16ToUpperConverterImpl final : public UnitConverter<UTF16ToUpperConverterImpl, 2, 2> {
  public:
+  UTF16ToUpperConverterImpl();
   ~UTF16ToUpperConverterImpl() override;
-  BufferResult Convert(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                       bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
-                       unsigned& in_size, unsigned& in_pos, bool end_of_input) override;
+  static void Map(const unsigned char* in, unsigned char* out);
 };
 
 // Values below 0xD800 through towlower, the result cut to 16 bits; values from 0xD800 up (the
 // whole range above the surrogates included) are copied unchanged.
-class UTF32ToLowerConverterImpl : public DataConverterItf, public BlockConverterItf {
+class UTF32ToLowerConverterImpl final : public UnitConverter<UTF32ToLowerConverterImpl, 4, 4> {
  public:
-  using BufferResult = DataConverterItf::BufferResult;
+  UTF32ToLowerConverterImpl();
   ~UTF32ToLowerConverterImpl() override;
-  BufferResult EstimateSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                             bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                            bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                       bool end_of_input) override;
-  DataConverter GetDataConverter() override;
-  double GetExpansionFactor() override { return 1.0; }
-  BufferResult EstimateSizes(unsigned& out_size, unsigned out_pos, const void* in,
-                             unsigned& in_size, unsigned in_pos, bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, unsigned out_pos, const void* in, unsigned& in_size,
-                            unsigned in_pos, bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
-                       unsigned& in_size, unsigned& in_pos, bool end_of_input) override;
+  static void Map(const unsigned char* in, unsigned char* out);
 };
 
-class UTF32ToUpperConverterImpl : public UTF32ToLowerConverterImpl {
+// The same through towupper.
+class UTF32ToUpperConverterImpl final : public UnitConverter<UTF32ToUpperConverterImpl, 4, 4> {
  public:
+  UTF32ToUpperConverterImpl();
   ~UTF32ToUpperConverterImpl() override;
-  BufferResult Convert(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                       bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
-                       unsigned& in_size, unsigned& in_pos, bool end_of_input) override;
+  static void Map(const unsigned char* in, unsigned char* out);
 };
 
 // ---------------------------------------------------------------------------------------------
-// Unicode converters holding an expansion factor object. Their block face converts one character
-// at a time by the generic block rule; the UTF-8 ones run whole runs of characters in a tight
-// loop first, with results identical to the character-by-character rule.
+// Unicode converters holding an expansion factor object F. `Impl` gives SizesOne and ConvertOne;
+// the block face converts one character at a time by the generic block rule, after a run of
+// `Impl::FastRun` (a tight loop with results identical to the character-by-character rule; none
+// by default).
 //
-// Their data EstimateSizes gives a nominal answer from the factor F: the UTF-16/UTF-32 pair sets
-// in_size = (unsigned)(4 / F + 0.5) and out_size = 4 once a whole input unit is there; the UTF-8
-// pair sets in_size = (unsigned)(2 / F + 0.5) when that much input is there and leaves out_size
-// as passed. Their block EstimateSizes cuts in_size to whole input units and answers
-// out_size = (unsigned)(F * in_size + 0.5).
+// The data EstimateSizes gives a nominal answer: with kPerUnit (the UTF-16/UTF-32 pair) it sets
+// in_size = (unsigned)(4 / F + 0.5) and out_size = 4 once a whole input unit is there; with
+// kPerTwoBytes (the UTF-8 converters) in_size = (unsigned)(2 / F + 0.5) when that much input is
+// there, leaving out_size as passed. The block EstimateSizes cuts in_size to whole input units of
+// InUnit bytes and answers out_size = (unsigned)(F * in_size + 0.5).
+enum class NominalEstimate { kPerUnit, kPerTwoBytes };
 
-// 2 bytes in, 4 out; surrogates are passed on one by one, never combined.
-class UTF16toUTF32ConverterImpl : public DataConverterItf, public BlockConverterItf {
+template <class Impl, unsigned InUnit, NominalEstimate Nominal>
+class CharConverter : public BothFaces<Impl> {
  public:
   using BufferResult = DataConverterItf::BufferResult;
-  UTF16toUTF32ConverterImpl();
-  ~UTF16toUTF32ConverterImpl() override;
-  BufferResult EstimateSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                             bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                            bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                       bool end_of_input) override;
-  DataConverter GetDataConverter() override;
-  double GetExpansionFactor() override;
-  BufferResult EstimateSizes(unsigned& out_size, unsigned out_pos, const void* in,
-                             unsigned& in_size, unsigned in_pos, bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, unsigned out_pos, const void* in, unsigned& in_size,
-                            unsigned in_pos, bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
-                       unsigned& in_size, unsigned& in_pos, bool end_of_input) override;
 
-  static BufferResult SizesOne(unsigned& out_size, const void* in, unsigned& in_size, bool);
-  static BufferResult ConvertOne(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                                 bool);
+  explicit CharConverter(double factor) : factor_(BlockConverterExpansionFactorExp::Make(factor)) {}
+
+  BufferResult EstimateOne(unsigned& out_size, const void*, unsigned& in_size, bool) {
+    const double factor = factor_->GetFactor();
+    const unsigned nominal =
+        Nominal == NominalEstimate::kPerUnit ? InUnit : static_cast<unsigned>(2 / factor + 0.5);
+    if (in_size < nominal) {
+      in_size = out_size = 0;
+      return DataConverterItf::ResultInputIncomplete;
+    }
+    if constexpr (Nominal == NominalEstimate::kPerUnit) {
+      in_size = static_cast<unsigned>(4 / factor + 0.5);
+      out_size = 4;
+    } else {
+      in_size = nominal;
+    }
+    return DataConverterItf::ResultOK;
+  }
+  double Factor() { return factor_->GetFactor(); }
+
+  BufferResult EstimateBlock(unsigned& out_size, const void*, unsigned& in_size, bool) {
+    if (in_size < InUnit) {
+      in_size = out_size = 0;
+      return DataConverterItf::ResultInputIncomplete;
+    }
+    in_size -= in_size % InUnit;
+    out_size = static_cast<unsigned>(factor_->GetFactor() * in_size + 0.5);
+    return DataConverterItf::ResultOK;
+  }
+  BufferResult SizesBlock(unsigned& out_size, const void* in, unsigned& in_size, bool eoi) {
+    return ComputeByCharacter([this](unsigned& os, const void* p, unsigned& is,
+                                     bool e) { return self().SizesOne(os, p, is, e); },
+                              out_size, in, in_size, eoi);
+  }
+  BufferResult ConvertBlock(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
+                            unsigned& in_size, unsigned& in_pos, bool eoi) {
+    if (out == nullptr || out_size == 0) {
+      SizesBlock(out_size, in, in_size, eoi);
+      return DataConverterItf::ResultOutputTooSmall;
+    }
+    unsigned written = 0;
+    unsigned consumed = 0;
+    Impl::FastRun(static_cast<unsigned char*>(out), out_size, static_cast<const unsigned char*>(in),
+                  in_size, written, consumed);
+    return ContinueByCharacter([this](void* o, unsigned& os, const void* p, unsigned& is,
+                                      bool e) { return self().ConvertOne(o, os, p, is, e); },
+                               out, out_size, out_pos, in, in_size, in_pos, eoi, written, consumed);
+  }
+
+  static void FastRun(unsigned char*, unsigned, const unsigned char*, unsigned, unsigned&,
+                      unsigned&) {}
 
  private:
+  Impl& self() noexcept { return static_cast<Impl&>(*this); }
+
   Ref<BlockConverterExpansionFactorItf> factor_;
+};
+
+// 2 bytes in, 4 out; surrogates are passed on one by one, never combined.
+class UTF16toUTF32ConverterImpl final
+    : public CharConverter<UTF16toUTF32ConverterImpl, 2, NominalEstimate::kPerUnit> {
+ public:
+  UTF16toUTF32ConverterImpl();
+  ~UTF16toUTF32ConverterImpl() override;
+  BufferResult SizesOne(unsigned& out_size, const void* in, unsigned& in_size, bool);
+  BufferResult ConvertOne(void* out, unsigned& out_size, const void* in, unsigned& in_size, bool);
 };
 
 // 4 bytes in, 2 or 4 out (a surrogate pair above 0xFFFF). Values of 0x110000 and above throw
 // CannotConvertException. When only one unit of room is left for a value above 0xFFFF, its lead
 // surrogate is stored there although the answer is ResultOutputTooSmall.
-class UTF32toUTF16ConverterImpl : public DataConverterItf, public BlockConverterItf {
+class UTF32toUTF16ConverterImpl final
+    : public CharConverter<UTF32toUTF16ConverterImpl, 4, NominalEstimate::kPerUnit> {
  public:
-  using BufferResult = DataConverterItf::BufferResult;
   UTF32toUTF16ConverterImpl();
   ~UTF32toUTF16ConverterImpl() override;
-  BufferResult EstimateSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                             bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                            bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                       bool end_of_input) override;
-  DataConverter GetDataConverter() override;
-  double GetExpansionFactor() override;
-  BufferResult EstimateSizes(unsigned& out_size, unsigned out_pos, const void* in,
-                             unsigned& in_size, unsigned in_pos, bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, unsigned out_pos, const void* in, unsigned& in_size,
-                            unsigned in_pos, bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
-                       unsigned& in_size, unsigned& in_pos, bool end_of_input) override;
-
-  static BufferResult SizesOne(unsigned& out_size, const void* in, unsigned& in_size, bool);
-  static BufferResult ConvertOne(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                                 bool);
-
- private:
-  Ref<BlockConverterExpansionFactorItf> factor_;
+  BufferResult SizesOne(unsigned& out_size, const void* in, unsigned& in_size, bool);
+  BufferResult ConvertOne(void* out, unsigned& out_size, const void* in, unsigned& in_size, bool);
 };
 
-// UTF-8 (one to six bytes) to wide text (one unit, or a surrogate pair above 0xFFFF). Invalid
-// sequences and values of 0x110000 and above throw CannotConvertException; a sequence cut off by
-// the end of the input is ResultInputIncomplete. As for UTF-32, the lead surrogate of a pair that
-// does not fit is stored in a last unit of room.
-class UTF8ToWideCharConverterImpl : public DataConverterItf, public BlockConverterItf {
+// UTF-8 to wide text (one unit, or a surrogate pair above 0xFFFF), in the lenient form
+// (kStandard false) or the standard one. A sequence cut off by the end of the input is
+// ResultInputIncomplete; an invalid one, or a value of 0x110000 and above, throws
+// CannotConvertException (the standard form throws as soon as the first wrong byte is there).
+template <bool kStandard>
+class Utf8ToWideConverter
+    : public CharConverter<Utf8ToWideConverter<kStandard>, 1, NominalEstimate::kPerTwoBytes> {
  public:
   using BufferResult = DataConverterItf::BufferResult;
+  Utf8ToWideConverter();
+  BufferResult SizesOne(unsigned& out_size, const void* in, unsigned& in_size, bool);
+  BufferResult ConvertOne(void* out, unsigned& out_size, const void* in, unsigned& in_size, bool);
+  static constexpr auto FastRun = kStandard ? fast::StandardUtf8ToUtf16Run : fast::Utf8ToUtf16Run;
+
+ private:
+  // The character at `in`: its value and both sizes, or ResultInputIncomplete with both 0.
+  BufferResult Measure(unsigned& out_size, const void* in, unsigned& in_size, std::uint32_t& c);
+};
+
+// Wide text to UTF-8. Lenient (kStandard false): one 16-bit unit at a time, a surrogate pair
+// becoming two three-byte sequences, one per surrogate. (The decoding direction does pair them;
+// this asymmetry is kept because stored text depends on it.) Standard: a character is one unit,
+// or a surrogate pair (4 bytes in) that becomes one four-byte sequence; a surrogate without its
+// pair cannot be written as UTF-8 and throws CannotConvertException (the text is never altered
+// silently), and a lead surrogate that ends the input is ResultInputIncomplete, as its pair may
+// follow. The factor 0.5 is exact only for ASCII text; UTF-8 output can reach one and a half
+// times the input, and callers cope with ResultOutputTooSmall.
+template <bool kStandard>
+class WideToUtf8Converter
+    : public CharConverter<WideToUtf8Converter<kStandard>, 2, NominalEstimate::kPerTwoBytes> {
+ public:
+  using BufferResult = DataConverterItf::BufferResult;
+  WideToUtf8Converter();
+  BufferResult SizesOne(unsigned& out_size, const void* in, unsigned& in_size, bool);
+  BufferResult ConvertOne(void* out, unsigned& out_size, const void* in, unsigned& in_size, bool);
+  static constexpr auto FastRun = kStandard ? fast::Utf16ToStandardUtf8Run : fast::Utf16ToUtf8Run;
+
+ private:
+  // The character at `in`: its value and both sizes, or ResultInputIncomplete with both 0.
+  BufferResult Measure(unsigned& out_size, const void* in, unsigned& in_size, std::uint32_t& c);
+};
+
+// The lenient form: one to six bytes. As for UTF-32, the lead surrogate of a pair that does not
+// fit is stored in a last unit of room.
+class UTF8ToWideCharConverterImpl final : public Utf8ToWideConverter<false> {
+ public:
   UTF8ToWideCharConverterImpl();
   ~UTF8ToWideCharConverterImpl() override;
-  BufferResult EstimateSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                             bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                            bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                       bool end_of_input) override;
-  DataConverter GetDataConverter() override;
-  double GetExpansionFactor() override;
-  BufferResult EstimateSizes(unsigned& out_size, unsigned out_pos, const void* in,
-                             unsigned& in_size, unsigned in_pos, bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, unsigned out_pos, const void* in, unsigned& in_size,
-                            unsigned in_pos, bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
-                       unsigned& in_size, unsigned& in_pos, bool end_of_input) override;
-
-  static BufferResult SizesOne(unsigned& out_size, const void* in, unsigned& in_size, bool);
-  static BufferResult ConvertOne(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                                 bool);
-
- private:
-  Ref<BlockConverterExpansionFactorItf> factor_;
 };
 
-// Wide text to UTF-8, one 16-bit unit at a time: a surrogate pair becomes two three-byte
-// sequences, one per surrogate. (The decoding direction does pair them; this asymmetry is kept
-// because stored text depends on it.) The factor 0.5 is exact only for ASCII text; UTF-8 output
-// can reach one and a half times the input, and callers cope with ResultOutputTooSmall.
-class WideCharToUTF8ConverterImpl : public DataConverterItf, public BlockConverterItf {
+class WideCharToUTF8ConverterImpl final : public WideToUtf8Converter<false> {
  public:
-  using BufferResult = DataConverterItf::BufferResult;
   WideCharToUTF8ConverterImpl();
   ~WideCharToUTF8ConverterImpl() override;
-  BufferResult EstimateSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                             bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                            bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                       bool end_of_input) override;
-  DataConverter GetDataConverter() override;
-  double GetExpansionFactor() override;
-  BufferResult EstimateSizes(unsigned& out_size, unsigned out_pos, const void* in,
-                             unsigned& in_size, unsigned in_pos, bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, unsigned out_pos, const void* in, unsigned& in_size,
-                            unsigned in_pos, bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
-                       unsigned& in_size, unsigned& in_pos, bool end_of_input) override;
-
-  static BufferResult SizesOne(unsigned& out_size, const void* in, unsigned& in_size, bool);
-  static BufferResult ConvertOne(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                                 bool);
-
- private:
-  Ref<BlockConverterExpansionFactorItf> factor_;
 };
 
-// Standard UTF-8 (one to four bytes, shortest forms, values up to 0x10FFFF, no surrogates) to
-// wide text (one unit, or a surrogate pair above 0xFFFF). A sequence that is not well-formed
-// throws CannotConvertException as soon as its first wrong byte is there; the input ending inside
-// a sequence that is well-formed so far is ResultInputIncomplete. Unlike the lenient converter,
-// ResultOutputTooSmall writes nothing.
-class StandardUTF8ToWideCharConverterImpl : public DataConverterItf, public BlockConverterItf {
+// The standard form: one to four bytes, shortest forms, values up to 0x10FFFF, no surrogates.
+// Unlike the lenient converter, ResultOutputTooSmall writes nothing.
+class StandardUTF8ToWideCharConverterImpl final : public Utf8ToWideConverter<true> {
  public:
-  using BufferResult = DataConverterItf::BufferResult;
   StandardUTF8ToWideCharConverterImpl();
   ~StandardUTF8ToWideCharConverterImpl() override;
-  BufferResult EstimateSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                             bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                            bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                       bool end_of_input) override;
-  DataConverter GetDataConverter() override;
-  double GetExpansionFactor() override;
-  BufferResult EstimateSizes(unsigned& out_size, unsigned out_pos, const void* in,
-                             unsigned& in_size, unsigned in_pos, bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, unsigned out_pos, const void* in, unsigned& in_size,
-                            unsigned in_pos, bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
-                       unsigned& in_size, unsigned& in_pos, bool end_of_input) override;
-
-  static BufferResult SizesOne(unsigned& out_size, const void* in, unsigned& in_size, bool);
-  static BufferResult ConvertOne(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                                 bool);
-
- private:
-  Ref<BlockConverterExpansionFactorItf> factor_;
 };
 
-// Wide text to standard UTF-8. A character is one unit, or a surrogate pair (4 bytes in) that
-// becomes one four-byte sequence. A surrogate without its pair cannot be written as UTF-8 and
-// throws CannotConvertException (the text is never altered silently); a lead surrogate that ends
-// the input is ResultInputIncomplete, as its pair may follow. Factor 0.5, as for the lenient one.
-class WideCharToStandardUTF8ConverterImpl : public DataConverterItf, public BlockConverterItf {
+class WideCharToStandardUTF8ConverterImpl final : public WideToUtf8Converter<true> {
  public:
-  using BufferResult = DataConverterItf::BufferResult;
   WideCharToStandardUTF8ConverterImpl();
   ~WideCharToStandardUTF8ConverterImpl() override;
-  BufferResult EstimateSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                             bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                            bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                       bool end_of_input) override;
-  DataConverter GetDataConverter() override;
-  double GetExpansionFactor() override;
-  BufferResult EstimateSizes(unsigned& out_size, unsigned out_pos, const void* in,
-                             unsigned& in_size, unsigned in_pos, bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, unsigned out_pos, const void* in, unsigned& in_size,
-                            unsigned in_pos, bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
-                       unsigned& in_size, unsigned& in_pos, bool end_of_input) override;
-
-  static BufferResult SizesOne(unsigned& out_size, const void* in, unsigned& in_size, bool);
-  static BufferResult ConvertOne(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                                 bool);
-
- private:
-  Ref<BlockConverterExpansionFactorItf> factor_;
 };
 
 // Folds the case of standard UTF-8 text one character at a time: the whole value through towlower
@@ -482,26 +512,24 @@ class StandardUTF8CaseConverterImpl : public DataConverterItf {
 // complement), which is a round-down to whole blocks only for N a power of two: for other N the
 // masked value is used as it stands (N = 3 with 7 bytes copies 5). Existing callers size their
 // buffers by that rule, so it is kept. N = 0 (M = 0) converts nothing and answers ResultOK.
-class CopyBlockConverterImpl : public BlockConverterItf, public DataConverterItf {
+class CopyBlockConverterImpl final : public BothFaces<CopyBlockConverterImpl> {
  public:
-  using BufferResult = DataConverterItf::BufferResult;
-  explicit CopyBlockConverterImpl(unsigned block_size) noexcept
-      : block_size_(block_size), mask_(0u - block_size) {}
+  explicit CopyBlockConverterImpl(unsigned block_size) noexcept;
   ~CopyBlockConverterImpl() override;
-  DataConverter GetDataConverter() override;
-  double GetExpansionFactor() override { return 1.0; }
-  BufferResult EstimateSizes(unsigned& out_size, unsigned out_pos, const void* in,
-                             unsigned& in_size, unsigned in_pos, bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, unsigned out_pos, const void* in, unsigned& in_size,
-                            unsigned in_pos, bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
-                       unsigned& in_size, unsigned& in_pos, bool end_of_input) override;
-  BufferResult EstimateSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                             bool end_of_input) override;
-  BufferResult ComputeSizes(unsigned& out_size, const void* in, unsigned& in_size,
-                            bool end_of_input) override;
-  BufferResult Convert(void* out, unsigned& out_size, const void* in, unsigned& in_size,
-                       bool end_of_input) override;
+
+  BufferResult EstimateOne(unsigned& out_size, const void* in, unsigned& in_size, bool eoi) {
+    return SizesOne(out_size, in, in_size, eoi);
+  }
+  BufferResult SizesOne(unsigned& out_size, const void* in, unsigned& in_size, bool);
+  BufferResult ConvertOne(void* out, unsigned& out_size, const void* in, unsigned& in_size,
+                          bool end_of_input);
+  double Factor() const noexcept { return 1.0; }
+  BufferResult EstimateBlock(unsigned& out_size, const void* in, unsigned& in_size, bool eoi) {
+    return SizesBlock(out_size, in, in_size, eoi);
+  }
+  BufferResult SizesBlock(unsigned& out_size, const void* in, unsigned& in_size, bool);
+  BufferResult ConvertBlock(void* out, unsigned& out_size, unsigned& out_pos, const void* in,
+                            unsigned& in_size, unsigned& in_pos, bool end_of_input);
 
  private:
   unsigned block_size_;

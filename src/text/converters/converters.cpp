@@ -100,35 +100,26 @@ DataConverter AsciiTab2SpaceDataConverterExp::Make(std::uint32_t tab_width) {
 // ---------------------------------------------------------------------------------------------
 // Copy converter
 
+CopyBlockConverterImpl::CopyBlockConverterImpl(unsigned block_size) noexcept
+    : block_size_(block_size), mask_(0u - block_size) {}
 CopyBlockConverterImpl::~CopyBlockConverterImpl() = default;
 
-DataConverter CopyBlockConverterImpl::GetDataConverter() {
-  return DataConverter(static_cast<DataConverterItf*>(this));
-}
-
-BufferResult CopyBlockConverterImpl::EstimateSizes(unsigned& out_size, unsigned out_pos,
-                                                   const void* in, unsigned& in_size,
-                                                   unsigned in_pos, bool end_of_input) {
-  return ComputeSizes(out_size, out_pos, in, in_size, in_pos, end_of_input);
-}
-
-BufferResult CopyBlockConverterImpl::ComputeSizes(unsigned& out_size, unsigned, const void* in,
-                                                  unsigned& in_size, unsigned, bool) {
-  if (in != nullptr && in_size > 0 && in_size < block_size_) {
+BufferResult CopyBlockConverterImpl::SizesBlock(unsigned& out_size, const void*, unsigned& in_size,
+                                                bool) {
+  if (in_size < block_size_) {
     in_size = out_size = 0;
     return ResultInputIncomplete;
   }
-  if (in == nullptr) in_size = 0;
   in_size = out_size = in_size & mask_;
   return ResultOK;
 }
 
-BufferResult CopyBlockConverterImpl::Convert(void* out, unsigned& out_size, unsigned& out_pos,
-                                             const void* in, unsigned& in_size, unsigned& in_pos,
-                                             bool end_of_input) {
+BufferResult CopyBlockConverterImpl::ConvertBlock(void* out, unsigned& out_size, unsigned& out_pos,
+                                                  const void* in, unsigned& in_size,
+                                                  unsigned& in_pos, bool end_of_input) {
   unsigned room = out != nullptr ? out_size : 0;
   unsigned computed = 0;
-  BufferResult result = ComputeSizes(computed, out_pos, in, in_size, in_pos, end_of_input);
+  BufferResult result = SizesBlock(computed, in, in_size, end_of_input);
   if (result != ResultOK) {
     out_size = computed;
     return result;
@@ -152,17 +143,8 @@ BufferResult CopyBlockConverterImpl::Convert(void* out, unsigned& out_size, unsi
   return ResultOK;
 }
 
-BufferResult CopyBlockConverterImpl::EstimateSizes(unsigned& out_size, const void* in,
-                                                   unsigned& in_size, bool end_of_input) {
-  return ComputeSizes(out_size, in, in_size, end_of_input);
-}
-
-BufferResult CopyBlockConverterImpl::ComputeSizes(unsigned& out_size, const void* in,
-                                                  unsigned& in_size, bool) {
-  if (in == nullptr || in_size == 0) {
-    in_size = out_size = 0;
-    return ResultOK;
-  }
+BufferResult CopyBlockConverterImpl::SizesOne(unsigned& out_size, const void*, unsigned& in_size,
+                                              bool) {
   if (in_size < block_size_) {
     in_size = out_size = 0;
     return ResultInputIncomplete;
@@ -171,10 +153,10 @@ BufferResult CopyBlockConverterImpl::ComputeSizes(unsigned& out_size, const void
   return ResultOK;
 }
 
-BufferResult CopyBlockConverterImpl::Convert(void* out, unsigned& out_size, const void* in,
-                                             unsigned& in_size, bool end_of_input) {
+BufferResult CopyBlockConverterImpl::ConvertOne(void* out, unsigned& out_size, const void* in,
+                                                unsigned& in_size, bool end_of_input) {
   unsigned room = out != nullptr ? out_size : 0;
-  BufferResult result = ComputeSizes(out_size, in, in_size, end_of_input);
+  BufferResult result = SizesOne(out_size, in, in_size, end_of_input);
   if (result != ResultOK || in_size == 0) return result;
   if (room < block_size_) return ResultOutputTooSmall;  // both sizes already hold N
   std::memmove(out, in, block_size_);
@@ -188,14 +170,7 @@ AsciiTab2SpaceDataConverterImpl::~AsciiTab2SpaceDataConverterImpl() = default;
 
 BufferResult AsciiTab2SpaceDataConverterImpl::ComputeSizes(unsigned& out_size, const void* in,
                                                            unsigned& in_size, bool) {
-  if (in == nullptr) {
-    in_size = out_size = 0;
-    return ResultOK;
-  }
-  if (in_size == 0) {
-    out_size = 0;
-    return ResultOK;
-  }
+  if (NoInput(out_size, in, in_size)) return ResultOK;
   in_size = 1;
   out_size = *static_cast<const unsigned char*>(in) == '\t' ? tab_width_ - column_ % tab_width_ : 1;
   return ResultOK;
@@ -203,14 +178,7 @@ BufferResult AsciiTab2SpaceDataConverterImpl::ComputeSizes(unsigned& out_size, c
 
 BufferResult AsciiTab2SpaceDataConverterImpl::Convert(void* out, unsigned& out_size, const void* in,
                                                       unsigned& in_size, bool) {
-  if (in == nullptr) {
-    in_size = out_size = 0;
-    return ResultOK;
-  }
-  if (in_size == 0) {
-    out_size = 0;
-    return ResultOK;
-  }
+  if (NoInput(out_size, in, in_size)) return ResultOK;
   const unsigned room = out != nullptr ? out_size : 0;
   const unsigned char c = *static_cast<const unsigned char*>(in);
   in_size = 1;
@@ -242,13 +210,14 @@ double BlockConverterImpl::GetExpansionFactor() { return factor_->GetFactor(); }
 
 BufferResult BlockConverterImpl::EstimateSizes(unsigned& out_size, unsigned, const void* in,
                                                unsigned& in_size, unsigned, bool) {
-  if (in == nullptr) in_size = 0;
+  if (NoInput(out_size, in, in_size)) return DataConverterItf::ResultOK;
   out_size = static_cast<unsigned>(factor_->GetFactor() * in_size + 0.5);
   return DataConverterItf::ResultOK;
 }
 
 BufferResult BlockConverterImpl::ComputeSizes(unsigned& out_size, unsigned, const void* in,
                                               unsigned& in_size, unsigned, bool end_of_input) {
+  if (NoInput(out_size, in, in_size)) return DataConverterItf::ResultOK;
   DataConverterItf& dc = converter_.GetObjRef();
   return ComputeByCharacter([&dc](unsigned& os, const void* p, unsigned& is,
                                   bool eoi) { return dc.ComputeSizes(os, p, is, eoi); },
@@ -258,14 +227,7 @@ BufferResult BlockConverterImpl::ComputeSizes(unsigned& out_size, unsigned, cons
 BufferResult BlockConverterImpl::Convert(void* out, unsigned& out_size, unsigned& out_pos,
                                          const void* in, unsigned& in_size, unsigned& in_pos,
                                          bool end_of_input) {
-  if (in == nullptr) {
-    in_size = out_size = 0;
-    return DataConverterItf::ResultOK;
-  }
-  if (in_size == 0) {
-    out_size = 0;
-    return DataConverterItf::ResultOK;
-  }
+  if (NoInput(out_size, in, in_size)) return DataConverterItf::ResultOK;
   if (out == nullptr || out_size == 0) {
     ComputeSizes(out_size, out_pos, in, in_size, in_pos, end_of_input);
     return DataConverterItf::ResultOutputTooSmall;
