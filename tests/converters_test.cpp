@@ -332,6 +332,23 @@ TEST(Utf8Converters, CharactersAndBoundaries) {
   EXPECT_EQ(one.result, DC::ResultOutputTooSmall);
   EXPECT_EQ(one.out_size, 4u);
   EXPECT_EQ(one.in_size, 4u);
+  {
+    // With room for one unit the lead surrogate is stored before the shortage is reported (the
+    // pair writer stores it first); the standard decoder writes nothing.
+    unsigned short room[2] = {0, 0};
+    unsigned out_size = 3, in_size = 4;
+    EXPECT_EQ(dec->Convert(room, out_size, "\xF0\x9F\x98\x80", in_size, false),
+              DC::ResultOutputTooSmall);
+    EXPECT_EQ(room[0], 0xD83D);
+    room[0] = 0;
+    out_size = 3;
+    in_size = 4;
+    EXPECT_EQ(
+        TextEncodingExp::MakeStandardUTF8()->GetToWideConverter()->GetDataConverter()->Convert(
+            room, out_size, "\xF0\x9F\x98\x80", in_size, false),
+        DC::ResultOutputTooSmall);
+    EXPECT_EQ(room[0], 0);
+  }
   unsigned out_size = 99, in_size = 1;
   EXPECT_EQ(dec->EstimateSizes(out_size, "a", in_size, false), DC::ResultOK);
   EXPECT_EQ(out_size, 99u);  // left as passed
