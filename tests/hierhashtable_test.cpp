@@ -199,6 +199,13 @@ TEST(HierHashtablePaths, ChildrenOfOtherClassesJudgeTheRestThemselves) {
   EXPECT_THROW(root->MakePath(Wide("a/flat/.."), 0x1FF, 0), KeyOutOfBoundsException);
   EXPECT_FALSE(root->ContainsKey(Wide("a/flat/k")));
 
+  // A general node's MakePath replaces a value that is not a node, without notice.
+  Hashtable plain = HashtableExp::Make();
+  plain->Put(Wide("v"), Wide("text"));
+  HierHashtable general = HierHashtableExp::Make(ContainerExp::MakeList(), plain, false);
+  HierHashtable made = general->MakePath(Wide("v"), 0x1FF, 0);
+  EXPECT_EQ(plain->Get(Wide("v")).Get(), static_cast<RefCount*>(made.Get()));
+
   // A table of another class may hand out nodes that nothing else keeps alive.
   flat->Put(Wide("w"), Wide("vw"));
   Hashtable wrapping = HashtableExp::Make(HierHashtableExp::Make(flat));

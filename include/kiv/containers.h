@@ -60,8 +60,8 @@ struct KIV_EXPORT IteratorItf : public virtual RefCount {
   // Removes the current element and returns it; the iterator first moves one step, forward (true)
   // or back (false).
   virtual Object Remove(bool forward) = 0;
-  // Insert next to the current element. A list means its own order here, whatever the direction;
-  // a vector follows the direction of travel. False only when a vector cannot grow.
+  // Insert next to the current element. KEPT: a list means its own order here, whatever the
+  // direction; a vector follows the direction of travel. False only when a vector cannot grow.
   virtual bool InsertBefore(const Object& element) = 0;
   virtual bool InsertAfter(const Object& element) = 0;
 };

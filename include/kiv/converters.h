@@ -109,7 +109,8 @@ struct KIV_EXPORT AsciiTab2SpaceDataConverterExp {
   static DataConverter Make(std::uint32_t tab_width);
 };
 
-// Stores the unit at `in` zero-extended and returns 1. Surrogates are passed on unpaired.
+// Stores the unit at `in` zero-extended and returns 1. KEPT: surrogates are passed on unpaired,
+// never combined.
 KIV_EXPORT int UTF16toUTF32(std::uint32_t* out, const unsigned short* in,
                             const unsigned short* in_end);
 // Writes `c` as one or two units. Returns the units written, 0 when there is no room (a lead

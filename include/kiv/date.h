@@ -35,10 +35,10 @@ struct KIV_EXPORT DateItf : public virtual RefCount {
   virtual int GetMonth() const = 0;
   // 1-31.
   virtual int GetDay() const = 0;
-  // 0 = Sunday ... 6 = Saturday. The weekday formula keeps its truncating remainder: from 1 March
-  // 4600 on it can give -6 ... -1 for Monday ... Saturday (a value v < 0 names the day v + 7), and
-  // before the year 1 its truncating divisions part from the calendar. The date string names the
-  // right day either way.
+  // 0 = Sunday ... 6 = Saturday. KEPT: the weekday formula uses a truncating remainder: from 1
+  // March 4600 on it can give -6 ... -1 for Monday ... Saturday (a value v < 0 names the day v +
+  // 7), and before the year 1 its truncating divisions part from the calendar. The date string
+  // names the right day either way.
   virtual int GetDayOfWeek() const = 0;
   // 0-23.
   virtual int GetHour() const = 0;
@@ -72,8 +72,8 @@ struct KIV_EXPORT DateExp {
 
 struct KIV_EXPORT DateStringExp {
   // The date string "Sun, 06 Nov 1994 08:49:37 GMT": day name, day, month name, four-digit year,
-  // hour, minute, second. The fields are printed as the date holds them and the text always says
-  // GMT: the formatter converts nothing, so a true GMT string needs a date made with offset 0
+  // hour, minute, second. KEPT: the fields are printed as the date holds them and the text always
+  // says GMT: the formatter converts nothing, so a true GMT string needs a date made with offset 0
   // (DateExp::Make(time, 0)). UnrepresentableYearException (carrying the year) for years outside
   // 0-9999.
   [[nodiscard]] static String Make(const Date& date);

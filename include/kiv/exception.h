@@ -78,8 +78,8 @@ class KIV_EXPORT IntWhat {
   std::int64_t what_;
 };
 
-// Payload: a nested exception. The mixin owns a private clone of what it was given (never shared)
-// and deletes it directly, not through the count.
+// Payload: a nested exception. KEPT: the mixin owns a private clone of what it was given (never
+// shared) and deletes it directly, not through the count.
 class KIV_EXPORT ExceptionWhat {
  public:
   explicit ExceptionWhat(const Exception* what);

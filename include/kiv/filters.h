@@ -104,10 +104,10 @@ KIV_DECLARE_HANDLE(ChunkedSyncInputStream, ChunkedSyncInputStreamItf);
 // HTTP/1.1 chunked transfer coding.
 struct KIV_EXPORT ChunkedSyncIOStreamExp {
   // Decodes a chunked body read from `in`, ending at the last chunk (size 0); the trailer and its
-  // closing empty line stay unread in `in`. Malformed framing never throws: a size line without
-  // CR LF, or longer than 64 bytes, is skipped; a chunk not closed by CR LF, or the end of `in`,
-  // ends the body. Sizes are read as the C runtime's strtoul reads base-16 text into 32 bits, so
-  // extensions after the digits are ignored, a line without digits reads as 0 (the last chunk)
+  // closing empty line stay unread in `in`. KEPT: malformed framing never throws: a size line
+  // without CR LF, or longer than 64 bytes, is skipped; a chunk not closed by CR LF, or the end of
+  // `in`, ends the body. Sizes are read as the C runtime's strtoul reads base-16 text into 32 bits,
+  // so extensions after the digits are ignored, a line without digits reads as 0 (the last chunk)
   // and a size too large for 32 bits reads as 0xFFFFFFFF. A read is not cut at the end of the
   // current chunk: asking for more than the chunk holds delivers the framing bytes that follow
   // as data, so callers that need exact data read at most what the chunk holds, or use

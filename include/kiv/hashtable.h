@@ -31,7 +31,8 @@ struct KIV_EXPORT ConstHashtableItf : public virtual RefCount {
   // The keys (as `String` objects) in the order of their first insertion; range-for walks them
   // (`for (String key : table->Keys())`).
   [[nodiscard]] virtual Ref<EnumerationItf> Keys() const = 0;
-  // False for an empty handle or an empty string; never throws for those.
+  // KEPT: false for an empty handle or an empty string, never InvalidKeyException as the other
+  // key operations give.
   [[nodiscard]] virtual bool ContainsKey(const String& key) const = 0;
   // A copy of the stored handle. InvalidKeyException for an empty key,
   // NoSuchNamedElementException (carrying the key) when the key is absent.

@@ -24,7 +24,7 @@ struct KIV_EXPORT ObjectLockItf : public virtual RefCount {
   ~ObjectLockItf() override;
   // Waits without limit; `timeout` is accepted for the interface's sake and ignored.
   virtual void Lock(std::int64_t timeout) = 0;
-  // Takes the lock only when nobody holds it or waits for it, the calling thread included: a
+  // KEPT: takes the lock only when nobody holds it or waits for it, the calling thread included: a
   // thread that already holds the lock gets false. Never waits.
   virtual bool TryLock() = 0;
   virtual void Unlock() = 0;
@@ -39,8 +39,8 @@ KIV_DECLARE_HANDLE(ObjectLock, ObjectLockItf);
 struct KIV_EXPORT ConditionItf : public virtual RefCount {
   ~ConditionItf() override;
   virtual void Expect() = 0;
-  // `timeout` in milliseconds: negative waits without limit; 0 reports kWaitObject0 at once
-  // without looking at the condition (hosts rely on a zero timeout reporting success); a
+  // `timeout` in milliseconds: negative waits without limit. KEPT: 0 reports kWaitObject0 at once
+  // without looking at the condition (hosts rely on a zero timeout reporting success). A
   // positive value waits at most its low 32 bits of milliseconds (truncated, not clamped: 2^32
   // only looks, and a value whose low 32 bits are all ones waits without limit). Returns
   // kWaitObject0 or kWaitTimeout.

@@ -1,6 +1,6 @@
 // Number formatting and parsing, and counted number boxes.
 //
-// Formatting writes fixed C formats ("%d", "0x%X", "%f", ...). Parsing is lenient on purpose:
+// Formatting writes fixed C formats ("%d", "0x%X", "%f", ...). KEPT: parsing is lenient:
 // trailing characters are ignored, text without digits gives 0, and nothing is thrown for bad
 // text. 32-bit results follow the C runtime's strtol/strtoul on a 32-bit long (clamped), on every
 // platform.

@@ -45,7 +45,7 @@ class KIV_EXPORT AtomicCounter {
   AtomicCounter& operator-=(const AtomicCounter& n) noexcept;
   void Increment() noexcept;
   AtomicCounter& operator++() noexcept;
-  // Postfix forms return the counter itself, not the old value; callers rely on that.
+  // KEPT: the postfix forms return the counter itself, not the old value; callers rely on that.
   AtomicCounter& operator++(int) noexcept;
   void Decrement() noexcept;
   AtomicCounter& operator--() noexcept;
@@ -91,7 +91,8 @@ class KIV_EXPORT RefCount {
   static int Compare(const RefCount* a, const RefCount* b) noexcept;
 
   // Writes the short class name of the most derived type ("kiv::HashtableImpl") and returns the
-  // characters written. The 16-bit form takes and returns sizes in bytes.
+  // characters written. KEPT: the 16-bit form takes and returns sizes in bytes (the name is
+  // written as bytes and widened in place, each byte sign-extended).
   unsigned GetClassName(char* buffer, unsigned size) const noexcept;
   unsigned GetClassName(unsigned short* buffer, unsigned size) const noexcept;
 
@@ -109,6 +110,8 @@ class KIV_EXPORT RefCount {
  protected:
   RefCount() noexcept : outer_(this), count_(0) {}
   explicit RefCount(std::int32_t initial) noexcept : outer_(this), count_(initial) {}
+  // KEPT: a copy takes the source's outer link and count exactly as they stand; a derived class
+  // that needs a fresh count starts one in its own copy constructor.
   RefCount(const RefCount& other) noexcept = default;
   RefCount& operator=(const RefCount& other) noexcept = default;
 
@@ -347,7 +350,7 @@ class StaticRef : public StaticRefBase {
 
 // Copies the short class name out of a run-time type name such as "class kiv::RefCount *": the
 // blank-separated word holding the first ':'. Returns the characters written (0 for a null buffer
-// or size 0). Template names stop at their first blank ("kiv::Ref<struct"), as they always have.
+// or size 0). KEPT: template names stop at their first blank ("kiv::Ref<struct").
 KIV_EXPORT unsigned RTTI2ClassName(char* buffer, unsigned size, const char* type_name) noexcept;
 
 // A failed-allocation handler with the original new-handler signature: throws MemoryException.

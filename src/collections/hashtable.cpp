@@ -276,7 +276,7 @@ void HashtableImpl::ReleaseChains() noexcept {
   }
 }
 
-// The count is deliberately left as it stands: only removals and regrowth change it, so a table
+// KEPT: the count is left as it stands: only removals and regrowth change it, so a table
 // emptied this way regrows a little earlier than a fresh one.
 void HashtableImpl::RemoveAll() {
   ReleaseChains();

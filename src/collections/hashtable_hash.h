@@ -15,7 +15,7 @@ inline constexpr std::uint32_t kMaxMask = kBucketCeiling - 1;
 // The hash of `count` 16-bit units. The arithmetic is that of a signed 32-bit word with
 // arithmetic shifts: each step doubles the word, subtracts its upper half and mixes in the unit;
 // the upper half is folded in at the end. Stored tables and their dumps depend on the resulting
-// bucket order, so the function is kept exactly.
+// bucket order. KEPT: the function exactly as stated.
 inline std::uint32_t HashUnits(const unsigned short* units, std::uint32_t count) noexcept {
   if (count == 0) return 0;
   std::uint32_t h = units[0];

@@ -169,8 +169,8 @@ Object& HierHashtableImpl::LookupEntry(const WidePath& path, std::uint32_t name,
   return table_->Lookup(path.Part(name, name_end));
 }
 
-// A missing entry, or one holding something other than a node, gets a new node; a value stored
-// there is overwritten on purpose.
+// A missing entry, or one holding something other than a node, gets a new node. KEPT: a value
+// stored there is overwritten without notice.
 HierHashtableItf* HierHashtableImpl::ChildMade(const WidePath& path, std::uint32_t name,
                                                std::uint32_t name_end) {
   Object& slot = LookupEntry(path, name, name_end);

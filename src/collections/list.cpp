@@ -232,9 +232,8 @@ bool ListIterator::SetForward(bool forward) {
   return old;
 }
 
-// Beyond the end the exception carries overshoot + count, before the start the negative
-// overshoot. (A worked example once gave overshoot + count - 1 for the first case; the rule as
-// stated is what callers have always received, so the rule is kept.)
+// KEPT: beyond the end the exception carries overshoot + count (not overshoot + count - 1),
+// before the start the negative overshoot; callers read positions from these payloads.
 void ListIterator::CheckValid() const {
   if (overshoot_ > 0) {
     throw BoundsException(static_cast<std::int64_t>(overshoot_) + list_->Count());

@@ -107,8 +107,8 @@ class PrefsUpdateEventQueueImpl final : public PrefsUpdateEventQueueItf {
   ObjectLock preferences_lock_;
   Container listeners_;
   std::atomic<bool> flag_{false};
-  // Never set: notification was meant to be suppressible through the flag, but every publication
-  // has always reached every listener, and listeners (the log) rely on that.
+  // KEPT: never set, so every publication reaches every listener whatever the flag holds;
+  // listeners (the log) rely on that.
   const bool suppressed_ = false;
 };
 

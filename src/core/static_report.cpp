@@ -61,6 +61,8 @@ void StaticConstructionException(const char* name, const Exception& e, bool fata
   if (rethrow) e.Rethrow();
 }
 
+// KEPT: the construction record of an unknown exception ends "type unknown." with a full stop and
+// the destruction record "type unknown" without one; readers of these files match both texts.
 void StaticConstructionException(const char* name, bool fatal) {
   Append(kConstructionFile, "static construction exception within %s: type unknown.\n", name);
   if (fatal) std::terminate();

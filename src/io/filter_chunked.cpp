@@ -111,7 +111,7 @@ unsigned ChunkedSyncInStreamImpl::Read(void* dst, unsigned count, std::int64_t t
   }
   if (consumed_ == size_ && !ReadSizeLine(in, timeout)) return 0;
   if (end_) return 0;
-  // Unless capped, deliberately not cut at the rest of the chunk: a caller asking for more
+  // KEPT: unless capped, a read is not cut at the rest of the chunk: a caller asking for more
   // receives the framing bytes that follow as data.
   if (capped_) count = std::min(count, size_ - consumed_);
   unsigned got = in.Read(dst, count, timeout);

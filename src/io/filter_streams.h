@@ -94,7 +94,7 @@ class ChunkedSyncInStreamImpl : public SyncInputStreamWrapper {
   using SyncInputStreamItf::Read;
   unsigned Read(void* dst, unsigned count, std::int64_t timeout) override;
 
-  // strtoul(text, nullptr, 16) as a 32-bit unsigned long reads the `length` bytes at `text`
+  // KEPT: strtoul(text, nullptr, 16) as a 32-bit unsigned long reads the `length` bytes at `text`
   // (which stop at the first NUL as a C string would).
   static std::uint32_t ParseSize(const unsigned char* text, unsigned length) noexcept;
 
@@ -265,8 +265,7 @@ class LoggingSyncInputStream : public StreamMarkerItf, public SyncInputStreamItf
   ~LoggingSyncInputStream() override;
 
   unsigned Read(void* dst, unsigned count, std::int64_t timeout) override;
-  // A byte of value 0 read singly is not logged (the bulk read logs every byte); logs have
-  // always shown single-byte reads that way.
+  // KEPT: a byte of value 0 read singly is not logged (the bulk read logs every byte).
   std::int32_t Read(std::int64_t timeout) override;
   bool IsRandomAccess() const override;
   Ref<StreamMarkerItf> ToStreamMarker() override;

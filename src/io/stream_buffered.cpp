@@ -134,7 +134,7 @@ unsigned BufferedSyncOutStream::Write(const void* src, unsigned count) {
   const unsigned rest = count - r;
   if (rest > buffer_->GetSize()) {
     const unsigned d = Wrapped()->Write(bytes + r, rest);
-    // Kept as it has always been: r is added although FlushOnce has counted the flushed bytes,
+    // KEPT: r is added although FlushOnce has counted the flushed bytes,
     // and whatever FlushOnce left pending is dropped.
     start_ += static_cast<std::uint64_t>(r) + d;
     inner_.SetState(0, 0);

@@ -58,7 +58,7 @@ class BufferedSyncInStream : public StreamMarkerItf, public SyncInputStreamWrapp
 // pending byte, so the stream's position is S + w. As for input, S starts at the wrapped
 // stream's position when that stream is random access.
 //
-// Bookkeeping kept as the stream has always done it (callers and stored data depend on it):
+// KEPT: this bookkeeping (callers and stored data depend on it):
 // - Flush is exactly one write of the wrapped stream: what it does not take stays pending at the
 //   front of the buffer. It does not flush the wrapped stream.
 // - Destroying the stream does not flush: pending bytes are dropped. Owners call Flush first.

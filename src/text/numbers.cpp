@@ -117,8 +117,8 @@ String NumberConversion::ToHexString(double value) { return ToString(value); }
 bool NumberConversion::ValueOf(const String& text, const bool*) {
   if (text->Length() == 0) return false;
   String wide = text->Encode(TextEncodingExp::MakeUTF16());
-  // Exactly these six spellings are true. "y" and "Y" are deliberately not among them, and
-  // mixed case such as "True" is false: configuration files have always been read this way.
+  // KEPT: exactly these six spellings are true; "y", "Y" and mixed case such as "True" are
+  // false, as configuration files are read.
   static const char16_t* const kTrue[] = {u"true", u"TRUE", u"t", u"T", u"yes", u"YES"};
   for (const char16_t* t : kTrue) {
     if (wide == static_cast<const void*>(t)) return true;

@@ -369,8 +369,8 @@ StringBufferImpl::StringBufferImpl(const TextEncoding& encoding, const Buffer& s
 StringBufferImpl::~StringBufferImpl() = default;
 
 void StringBufferImpl::Grow(unsigned bytes) {
-  // Exact fit, never by a factor: keep the storage when it is large enough, else move to storage
-  // of exactly `bytes` bytes. Storage shared with a String is left to it.
+  // KEPT: exact fit, never by a factor: keep the storage when it is large enough, else move to
+  // storage of exactly `bytes` bytes. Storage shared with a String is left to it.
   if (buffer_ && shared_ == 0 && buffer_->GetSize() >= bytes) return;
   Buffer next = BufferExp::Make(bytes);
   if (bytes_ > 0) std::memcpy(next->GetData(), data_, bytes_);

@@ -33,10 +33,11 @@ Object LIFOImpl::Get() {
   for (;;) {
     cell = InterlockedLoadPointer(&top_);
     if (cell == nullptr) throw NoSuchElementException();
-    // Kept weakness (ABA): nothing protects `cell` between this read and the exchange. If another
-    // Get takes and frees it meanwhile, this reads freed memory; if a Put then reuses the address,
-    // the exchange succeeds with a stale link and corrupts the stack. Safe with one consumer at a
-    // time: only a Get frees cells, so no other thread can free `cell` under this one.
+    // KEPT: no guard against reuse (ABA): nothing protects `cell` between this read and the
+    // exchange. If another Get takes and frees it meanwhile, this reads freed memory; if a Put then
+    // reuses the address, the exchange succeeds with a stale link and corrupts the stack. Safe with
+    // one consumer at a time: only a Get frees cells, so no other thread can free `cell` under this
+    // one.
     Cons* below = cell->previous;
     if (InterlockedCompareExchangePointer(&top_, below, cell) == cell) break;
   }
@@ -55,7 +56,7 @@ void LIFOImpl::Clear() {
 Cons* LIFOImpl::Detach() noexcept {
   Cons* seen = InterlockedLoadPointer(&top_);
   if (seen == nullptr) return nullptr;
-  // Kept weakness: the exchange is retried against the top first read, not the one found, so a
+  // KEPT: the exchange is retried against the top first read, not the one found, so a
   // Put landing between the read and the exchange keeps this thread spinning until the top holds
   // `seen` again, which only Gets of the newer cells bring about (and never happens for the
   // first-in-first-out queue, which has no such Gets).
@@ -82,7 +83,8 @@ FIFOImpl::~FIFOImpl() { DeleteChain(out_, false); }
 
 Object FIFOImpl::Get() {
   // Newest to oldest, each cell goes on the front of the output chain, so the oldest ends up at
-  // its head, ahead of whatever an earlier drain left there.
+  // its head. KEPT: new elements go ahead of whatever an earlier drain left there (Put A, Put B,
+  // Get, Put C, Get, Get gives A, C, B).
   for (Cons* cell = Detach(); cell != nullptr;) {
     Cons* older = cell->previous;
     cell->next = out_;

@@ -248,8 +248,8 @@ class UnitConverter : public BothFaces<Impl> {
   }
 };
 
-// Stores the byte sign-extended: 0x80-0xFF become 0xFF80-0xFFFF. Text made by older callers
-// depends on that exact result for non-ASCII bytes.
+// KEPT: stores the byte sign-extended: 0x80-0xFF become 0xFF80-0xFFFF; stored text depends on
+// that exact result for non-ASCII bytes.
 class AsciiToWideCharConverterImpl final
     : public UnitConverter<AsciiToWideCharConverterImpl, 1, 2> {
  public:
@@ -435,9 +435,9 @@ class Utf8ToWideConverter
   BufferResult Measure(unsigned& out_size, const void* in, unsigned& in_size, std::uint32_t& c);
 };
 
-// Wide text to UTF-8. Lenient (kStandard false): one 16-bit unit at a time, a surrogate pair
-// becoming two three-byte sequences, one per surrogate. (The decoding direction does pair them;
-// this asymmetry is kept because stored text depends on it.) Standard: a character is one unit,
+// Wide text to UTF-8. KEPT: lenient (kStandard false) writes one 16-bit unit at a time, a
+// surrogate pair becoming two three-byte sequences, one per surrogate, although its decoding
+// direction pairs them; stored text depends on it. Standard: a character is one unit,
 // or a surrogate pair (4 bytes in) that becomes one four-byte sequence; a surrogate without its
 // pair cannot be written as UTF-8 and throws CannotConvertException (the text is never altered
 // silently), and a lead surrogate that ends the input is ResultInputIncomplete, as its pair may
@@ -510,8 +510,8 @@ class StandardUTF8CaseConverterImpl : public DataConverterItf {
 // ---------------------------------------------------------------------------------------------
 // Copies whole blocks of N bytes. The block face rounds sizes with the mask M = 0 - N (two's
 // complement), which is a round-down to whole blocks only for N a power of two: for other N the
-// masked value is used as it stands (N = 3 with 7 bytes copies 5). Existing callers size their
-// buffers by that rule, so it is kept. N = 0 (M = 0) converts nothing and answers ResultOK.
+// masked value is used as it stands (N = 3 with 7 bytes copies 5). KEPT: callers size their
+// buffers by that rule. N = 0 (M = 0) converts nothing and answers ResultOK.
 class CopyBlockConverterImpl final : public BothFaces<CopyBlockConverterImpl> {
  public:
   explicit CopyBlockConverterImpl(unsigned block_size) noexcept;
@@ -579,7 +579,8 @@ class BlockConverterImpl : public BlockConverterItf {
 // Runs one character through three data converters: `to_wide` (source encoding to wide text),
 // then `wide_op` (wide to wide, e.g. case folding), then `from_wide` (wide text back to the source
 // encoding), with one 16-bit unit of scratch between the stages. A character that needs two wide
-// units does not fit the scratch unit and throws InternalError with an empty text. A stage that
+// units does not fit the scratch unit. KEPT: such a character throws InternalError with an empty
+// text (case mapping of lenient UTF-8 above U+FFFF). A stage that
 // answers ResultInputIncomplete ends the call with both sizes 0; otherwise the last stage's
 // result is returned. ComputeSizes runs the first two stages into scratch and sizes the third.
 class WrappedConverterImpl : public DataConverterItf {

@@ -174,6 +174,8 @@ StandardUTF8ToWideCharConverterImpl::~StandardUTF8ToWideCharConverterImpl() = de
 // ---------------------------------------------------------------------------------------------
 // Wide text to UTF-8
 
+// KEPT: the expansion factor 0.5, exact only for ASCII text; callers size by it and cope with
+// ResultOutputTooSmall.
 template <bool kStandard>
 WideToUtf8Converter<kStandard>::WideToUtf8Converter() : WideToUtf8Converter::CharConverter(0.5) {}
 

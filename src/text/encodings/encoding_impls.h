@@ -34,9 +34,9 @@ class CommonTextEncodingImpl : public TextEncodingItf {
 
 // A fixed-width encoding of units of type T (char, unsigned short or std::uint32_t).
 //
-// The 8-bit form compares signed bytes: Find and FindLast sign-extend a byte before comparing it
-// with the character, so a search for 0x80-0xFF never matches, and Compare subtracts signed bytes.
-// Stored orderings and lookups depend on that, so it is kept. The wider forms compare unsigned
+// KEPT: the 8-bit form compares signed bytes: Find and FindLast sign-extend a byte before
+// comparing it with the character, so a search for 0x80-0xFF never matches, and Compare subtracts
+// signed bytes; stored orderings and lookups depend on that. The wider forms compare unsigned
 // units. White space: isspace on bytes up to 127 (a byte above stops trimming), iswspace on
 // every 16-bit unit, iswspace on 32-bit values below 0xD800 (a value from 0xD800 up stops).
 template <class T>
