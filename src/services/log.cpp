@@ -7,7 +7,7 @@
 #include "kiv/numbers.h"
 #include "kiv/preferences.h"
 #include "services/log_impl.h"
-#include "text/date_impl.h"
+#include "services/date_impl.h"
 
 namespace kiv {
 

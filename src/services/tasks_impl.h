@@ -1,6 +1,6 @@
 // The task queue and the holders of the process-wide queues.
-#ifndef KIV_SRC_COLLECTIONS_TASKS_IMPL_H_
-#define KIV_SRC_COLLECTIONS_TASKS_IMPL_H_
+#ifndef KIV_SRC_SERVICES_TASKS_IMPL_H_
+#define KIV_SRC_SERVICES_TASKS_IMPL_H_
 
 #include "kiv/containers.h"
 #include "kiv/tasks.h"
@@ -45,4 +45,4 @@ class OnExitFalseQueueHolder : public StaticRef<TaskQueueItf, OnExitFalseQueueHo
 
 }  // namespace kiv
 
-#endif  // KIV_SRC_COLLECTIONS_TASKS_IMPL_H_
+#endif  // KIV_SRC_SERVICES_TASKS_IMPL_H_

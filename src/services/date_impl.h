@@ -1,6 +1,6 @@
 // Dates: the calendar arithmetic on time values, and the names the date texts use.
-#ifndef KIV_SRC_TEXT_DATE_IMPL_H_
-#define KIV_SRC_TEXT_DATE_IMPL_H_
+#ifndef KIV_SRC_SERVICES_DATE_IMPL_H_
+#define KIV_SRC_SERVICES_DATE_IMPL_H_
 
 #include <cstdint>
 
@@ -50,4 +50,4 @@ class DateImpl final : public DateItf {
 
 }  // namespace kiv
 
-#endif  // KIV_SRC_TEXT_DATE_IMPL_H_
+#endif  // KIV_SRC_SERVICES_DATE_IMPL_H_

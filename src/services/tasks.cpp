@@ -1,5 +1,5 @@
 // Task queues and the four process-wide queues.
-#include "collections/tasks_impl.h"
+#include "services/tasks_impl.h"
 
 namespace kiv {
 

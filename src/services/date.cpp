@@ -6,7 +6,7 @@
 #include "kiv/encodings.h"
 #include "kiv/exception.h"
 #include "platform/clock.h"
-#include "text/date_impl.h"
+#include "services/date_impl.h"
 
 namespace kiv {
 
