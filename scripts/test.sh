@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Builds and runs the whole test suite: a plain build, an AddressSanitizer + UndefinedBehavior-
-# Sanitizer build (each with the example host driven by real clients), a ThreadSanitizer build of
-# the thread-facing families, a build with the second compiler (clang), short runs of the fuzz
-# targets, the consumer projects that use the library through add_subdirectory, find_package and
-# pkg-config, shared and static, and a Windows cross build whose tests run under Wine.
+# Checks the layering of src/, then builds and runs the whole test suite: a plain build, an
+# AddressSanitizer + UndefinedBehaviorSanitizer build (each with the example host driven by real
+# clients), a ThreadSanitizer build of the thread-facing families, a build with the second
+# compiler (clang), short runs of the fuzz targets, the consumer projects that use the library
+# through add_subdirectory, find_package and pkg-config, shared and static, and a Windows cross
+# build whose tests run under Wine.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 source scripts/deps.sh
@@ -30,6 +31,9 @@ run_tests() {  # build dir
   ctest --test-dir "$1" --output-on-failure -j"$jobs" -LE host
   ctest --test-dir "$1" --output-on-failure -L host
 }
+
+stage "layering of src/"
+python3 scripts/layering.py
 
 stage "plain build (g++)"
 configure build/plain -DKIV_BUILD_EXAMPLES=ON

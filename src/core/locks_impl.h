@@ -1,7 +1,7 @@
 // The lock and condition implementations: thin layers over the platform's critical sections and
 // auto-reset events.
-#ifndef KIV_SRC_SERVICES_LOCKS_IMPL_H_
-#define KIV_SRC_SERVICES_LOCKS_IMPL_H_
+#ifndef KIV_SRC_CORE_LOCKS_IMPL_H_
+#define KIV_SRC_CORE_LOCKS_IMPL_H_
 
 #include <cstdint>
 
@@ -81,4 +81,4 @@ class ToolboxLockHolder final : public StaticRef<ToolboxLock, ToolboxLockHolder>
 
 }  // namespace kiv
 
-#endif  // KIV_SRC_SERVICES_LOCKS_IMPL_H_
+#endif  // KIV_SRC_CORE_LOCKS_IMPL_H_

@@ -1,7 +1,7 @@
 // The one buffer implementation: owned bytes stored right behind the object in one allocation,
 // or a view of caller memory.
-#ifndef KIV_SRC_IO_BUFFER_IMPL_H_
-#define KIV_SRC_IO_BUFFER_IMPL_H_
+#ifndef KIV_SRC_CORE_BUFFER_IMPL_H_
+#define KIV_SRC_CORE_BUFFER_IMPL_H_
 
 #include "kiv/buffer.h"
 
@@ -26,4 +26,4 @@ class BufferImpl final : public BufferItf {
 
 }  // namespace kiv
 
-#endif  // KIV_SRC_IO_BUFFER_IMPL_H_
+#endif  // KIV_SRC_CORE_BUFFER_IMPL_H_

@@ -1,4 +1,4 @@
-#include "services/locks_impl.h"
+#include "core/locks_impl.h"
 
 #include "platform/interlocked.h"
 

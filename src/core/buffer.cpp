@@ -1,6 +1,6 @@
 #include <new>
 
-#include "io/buffer_impl.h"
+#include "core/buffer_impl.h"
 
 namespace kiv {
 
