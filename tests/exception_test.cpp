@@ -73,7 +73,7 @@ TEST(ExceptionTest, EveryListedClass) {
 #define KIV_SAMPLE_Int(C) C(-42), C(7), "-42"
 #define KIV_SAMPLE_Nested(C) C(&cause), C(nullptr), "kiv::TimeoutException"
 #define KIV_SAMPLE_OSError(C) \
-  C(Wide("cannot open x"), 2), C(Wide("y"), 0), "cannot open x: No such file or directory (2)"
+  C(Wide("cannot open x"), 2), C(Wide("y"), 0), "cannot open x: " + testing::SystemErrorText(2)
 #define KIV_EXCEPTION(C, Family, Payload, Text, ...) \
   ExpectException(#C, Types<Family>(), Types<__VA_ARGS__>(), KIV_SAMPLE_##Payload(C));
 #define KIV_STD_EXCEPTION(C, StdBase) \

@@ -10,14 +10,26 @@ namespace {
 
 // The runtime's towlower and towupper map only A-Z in the "C" locale, and the library never
 // changes the locale; the system's own mapping with the invariant locale gives the Unicode simple
-// case mapping whatever locale the host set. Characters outside the 16-bit range and lone
-// surrogates are returned unchanged.
+// case mapping whatever locale the host set. A character above U+FFFF is handed over as its
+// surrogate pair; lone surrogates, and anything the system does not map one to one, come back
+// unchanged.
 std::uint32_t MapCase(std::uint32_t c, DWORD how) noexcept {
-  if (c > 0xFFFF || (c >= 0xD800 && c < 0xE000)) return c;
-  const wchar_t in = static_cast<wchar_t>(c);
-  wchar_t out = in;
-  if (::LCMapStringW(LOCALE_INVARIANT, how, &in, 1, &out, 1) != 1) return c;
-  return static_cast<std::uint16_t>(out);
+  if (c > 0x10FFFF || (c >= 0xD800 && c < 0xE000)) return c;
+  wchar_t in[2] = {0, 0};
+  int units = 1;
+  if (c > 0xFFFF) {
+    in[0] = static_cast<wchar_t>(0xD800 + ((c - 0x10000) >> 10));
+    in[1] = static_cast<wchar_t>(0xDC00 + (c & 0x3FF));
+    units = 2;
+  } else {
+    in[0] = static_cast<wchar_t>(c);
+  }
+  wchar_t out[2] = {in[0], in[1]};
+  if (::LCMapStringW(LOCALE_INVARIANT, how, in, units, out, units) != units) return c;
+  if (units == 1) return static_cast<std::uint16_t>(out[0]);
+  const auto lead = static_cast<std::uint16_t>(out[0]), trail = static_cast<std::uint16_t>(out[1]);
+  if (lead < 0xD800 || lead > 0xDBFF || trail < 0xDC00 || trail > 0xDFFF) return c;
+  return 0x10000 + ((static_cast<std::uint32_t>(lead) - 0xD800) << 10) + (trail - 0xDC00u);
 }
 
 }  // namespace
