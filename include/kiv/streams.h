@@ -10,7 +10,8 @@
 //   that must write everything loop and treat 0 as failure);
 // - running out of data or room is a result, never an exception;
 // - the `timeout` of a read is in milliseconds and is passed down a chain of streams unchanged; a
-//   negative value means that the caller sets no limit of its own. The streams of this header ignore it or pass it on.
+//   negative value means that the caller sets no limit of its own. The streams of this header
+//   ignore it or pass it on.
 // None of these streams locks itself: one thread uses a stream at a time.
 #ifndef KIV_STREAMS_H_
 #define KIV_STREAMS_H_
