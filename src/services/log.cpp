@@ -6,8 +6,8 @@
 #include "kiv/exception.h"
 #include "kiv/numbers.h"
 #include "kiv/preferences.h"
-#include "services/log_impl.h"
 #include "services/date_impl.h"
+#include "services/log_impl.h"
 
 namespace kiv {
 
