@@ -26,7 +26,14 @@ void RefCount::Release(RefCount* p) noexcept {
     p->Finalize();
   } catch (...) {
   }
-  if (platform::InterlockedDecrement(&owner->count_) == 0) delete p;
+  // Without a revival the guard is the only reference left, and nobody else can take a new one
+  // (references are only made from references), so the object goes without a second interlocked
+  // decrement. A reference handed out by Finalize and already dropped again also leaves 1: its
+  // decrement was a releasing one, and this load acquires it.
+  if (platform::InterlockedLoad(&owner->count_) == 1 ||
+      platform::InterlockedDecrement(&owner->count_) == 0) {
+    delete p;
+  }
 }
 
 bool RefCount::Equals(const RefCount* a, const RefCount* b) noexcept {

@@ -83,6 +83,11 @@ typename BasicStringImpl<Itf>::View BasicStringImpl<Itf>::ViewInMyEncoding(
 }
 
 template <class Itf>
+bool BasicStringImpl<Itf>::SameEncodingText(const BasicStringItf& other, text::RawText& raw) const {
+  return text::FastTextOf(other, raw) && raw.encoding == encoding_.Get();
+}
+
+template <class Itf>
 std::int64_t BasicStringImpl<Itf>::FindBytes(const void* needle, unsigned needle_bytes,
                                              unsigned from) const {
   if (needle_bytes == 0) return from <= bytes_ ? from : -1;
@@ -130,6 +135,8 @@ std::int32_t BasicStringImpl<Itf>::IndexAtOffset(std::int64_t offset) const {
 
 template <class Itf>
 std::int32_t BasicStringImpl<Itf>::IndexOfText(const BasicStringItf& text) const {
+  text::RawText raw;
+  if (SameEncodingText(text, raw)) return IndexAtOffset(FindBytes(raw.data, raw.bytes, 0));
   View needle = ViewInMyEncoding(text);
   return IndexAtOffset(FindBytes(needle.data, needle.bytes, 0));
 }
@@ -227,6 +234,8 @@ bool BasicStringImpl<Itf>::EndsWith(const void* text) const {
 
 template <class Itf>
 int BasicStringImpl<Itf>::CompareWith(const BasicStringItf& other) const {
+  text::RawText raw;
+  if (SameEncodingText(other, raw)) return encoding_->Compare(data_, bytes_, raw.data, raw.bytes);
   View o = ViewInMyEncoding(other);
   return encoding_->Compare(data_, bytes_, o.data, o.bytes);
 }

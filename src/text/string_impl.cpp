@@ -191,14 +191,25 @@ String StringImpl::Concat(const String& text) const {
   // One allocation: a buffer of both operands' own bytes and 4 for a terminator, the layout a
   // string buffer over such a buffer would produce. A right operand in another encoding is
   // converted first; should it grow, the buffer fits the converted bytes exactly instead.
-  View right = ViewInMyEncoding(*text.operator->());
-  unsigned size = bytes_ + std::max(text->ByteLength(), right.bytes) + 4;
+  const BasicStringItf& other = *text.operator->();
+  text::RawText raw;
+  View converted{nullptr, 0, String()};
+  unsigned own_bytes;  // the right operand's bytes in its own encoding
+  if (SameEncodingText(other, raw)) {
+    own_bytes = raw.bytes;
+  } else {
+    converted = ViewInMyEncoding(other);
+    raw.data = converted.data;
+    raw.bytes = converted.bytes;
+    own_bytes = other.ByteLength();
+  }
+  unsigned size = bytes_ + std::max(own_bytes, raw.bytes) + 4;
   Buffer joined = BufferExp::Make(size);
   char* out = static_cast<char*>(joined->GetData());
   if (bytes_ > 0) std::memcpy(out, data_, bytes_);
-  if (right.bytes > 0) std::memcpy(out + bytes_, right.data, right.bytes);
-  std::memset(out + bytes_ + right.bytes, 0, 4);
-  return String(new StringImpl(encoding_, std::move(joined), out, bytes_ + right.bytes));
+  if (raw.bytes > 0) std::memcpy(out + bytes_, raw.data, raw.bytes);
+  std::memset(out + bytes_ + raw.bytes, 0, 4);
+  return String(new StringImpl(encoding_, std::move(joined), out, bytes_ + raw.bytes));
 }
 
 String StringImpl::Quote() const {

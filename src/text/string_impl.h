@@ -16,6 +16,15 @@ namespace kiv {
 // Marks a character count that has not been computed yet.
 inline constexpr std::uint32_t kUnknownLength = 0xFFFFFFFFu;
 
+namespace text {
+// A string's text as its implementation holds it: the encoding (not counted) and the bytes.
+struct RawText {
+  const TextEncodingItf* encoding;
+  const void* data;
+  unsigned bytes;
+};
+}  // namespace text
+
 // State and read-only operations shared by strings and string buffers: the encoding, the buffer
 // holding the bytes, where the text starts in it, its length in bytes and (once known) in
 // characters.
@@ -81,6 +90,9 @@ class BasicStringImpl : public Itf {
     String copy;
   };
   View ViewInMyEncoding(const BasicStringItf& other) const;
+  // True with `raw` filled when `other` is one of the library's own strings in this very encoding
+  // object: the common case, which needs neither a view nor a copy.
+  bool SameEncodingText(const BasicStringItf& other, text::RawText& raw) const;
   // Byte offset of the first (or last) occurrence of the needle, or -1.
   std::int64_t FindBytes(const void* needle, unsigned needle_bytes, unsigned from) const;
   std::int64_t FindLastBytes(const void* needle, unsigned needle_bytes) const;
@@ -159,15 +171,29 @@ class StringBufferImpl final : public BasicStringImpl<StringBufferItf> {
 // Helpers shared by the string code.
 namespace text {
 
+// The encoding and bytes of a string or string buffer of the library's own classes, read without
+// counting or virtual calls (both classes are final); false for any other implementation (ask
+// through the interface then). The hot paths of comparison, search and concatenation start here.
+inline bool FastTextOf(const BasicStringItf& s, RawText& out) noexcept {
+  const std::type_info& type = typeid(s);
+  if (type == typeid(StringImpl)) {
+    const auto& impl = static_cast<const StringImpl&>(s);
+    out = {impl.EncodingPtr(), impl.GetData(), impl.ByteLength()};
+    return true;
+  }
+  if (type == typeid(StringBufferImpl)) {
+    const auto& impl = static_cast<const StringBufferImpl&>(s);
+    out = {impl.EncodingPtr(), impl.GetData(), impl.ByteLength()};
+    return true;
+  }
+  return false;
+}
+
 // The encoding of a string or string buffer of the library's own classes, read without counting;
 // null for any other implementation (ask GetEncoding then).
 inline const TextEncodingItf* FastEncodingOf(const BasicStringItf& s) noexcept {
-  const std::type_info& type = typeid(s);
-  if (type == typeid(StringImpl)) return static_cast<const StringImpl&>(s).EncodingPtr();
-  if (type == typeid(StringBufferImpl)) {
-    return static_cast<const StringBufferImpl&>(s).EncodingPtr();
-  }
-  return nullptr;
+  RawText raw;
+  return FastTextOf(s, raw) ? raw.encoding : nullptr;
 }
 
 // Converts a whole text with a block converter into a new owned buffer (with 4 spare bytes for a
