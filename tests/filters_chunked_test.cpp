@@ -391,3 +391,62 @@ TEST(StrictChunkedDifferential, NeedsLlhttp) {
 #endif
 
 }  // namespace
+
+// Hides the class of the stream it forwards to, so that a decoder over it reads byte by byte.
+class Forwarding : public kiv::SyncInputStreamWrapper {
+ public:
+  explicit Forwarding(const kiv::SyncInputStream& in) : SyncInputStreamWrapper(in) {}
+  using SyncInputStreamItf::Read;
+  unsigned Read(void* dst, unsigned count, std::int64_t timeout) override {
+    return Wrapped()->Read(dst, count, timeout);
+  }
+  std::int32_t Read(std::int64_t timeout) override { return Wrapped()->Read(timeout); }
+};
+
+// The kept decoder scans the buffer of a buffered stream under it in place instead of reading its
+// framing byte by byte. Over damaged and valid codings, read sizes, buffer sizes, capped or not, it
+// must return the same reads and consume exactly the same bytes as reading byte by byte.
+TEST(KeptChunked, OverABufferedStreamReadsAndConsumesAsByteByByte) {
+  std::mt19937 rng(20261124);
+  auto pick = [&rng](unsigned n) { return static_cast<unsigned>(rng() % n); };
+  static const char* const kPieces[] = {"\r\n", "\n", "\r",   "0", "1",  "a",   "F",
+                                        "10",   "-1", ";x=1", " ", "zz", "0x3", "ffffffffff"};
+  for (int round = 0; round < 400; ++round) {
+    std::string wire;
+    for (unsigned chunks = pick(5), i = 0; i < chunks; ++i) {
+      const unsigned size = pick(40);
+      char hex[16];
+      std::snprintf(hex, sizeof hex, "%x\r\n", size);
+      wire += hex;
+      for (unsigned b = 0; b < size; ++b) wire += static_cast<char>('a' + pick(26));
+      wire += pick(8) == 0 ? "x\n" : "\r\n";
+      // Damage: framing pieces, and now and then a line longer than the decoder's line buffer.
+      for (unsigned d = pick(3) == 0 ? pick(4) : 0; d > 0; --d) wire += kPieces[pick(14)];
+      if (pick(20) == 0) wire += std::string(60 + pick(10), '0') + "5\r\n";
+    }
+    wire += pick(4) == 0 ? "" : "0\r\ntrailer: x\r\n\r\n";
+    const unsigned read_size = 1 + pick(48);
+    const unsigned buffer_size = 1 + pick(70);
+    const bool capped = pick(2) == 0;
+    SCOPED_TRACE(::testing::Message() << "round " << round << ", read " << read_size << ", buffer "
+                                      << buffer_size << (capped ? ", capped" : ""));
+    kiv::Buffer bytes = kiv::BufferExp::Make(wire.data(), static_cast<unsigned>(wire.size()));
+    auto decode = [&](bool forwarded) {
+      kiv::SyncInputStream buffered = kiv::SyncInputStreamExp::Make(
+          kiv::SyncInputStreamExp::Make(bytes), kiv::BufferExp::Make(buffer_size));
+      kiv::SyncInputStream under =
+          forwarded ? kiv::SyncInputStream(new Forwarding(buffered)) : buffered;
+      kiv::SyncInputStream chunked = capped ? kiv::ChunkedSyncIOStreamExp::MakeCapped(under)
+                                            : kiv::ChunkedSyncIOStreamExp::Make(under);
+      std::vector<std::string> reads;
+      std::vector<char> buf(read_size);
+      while (unsigned n = chunked->Read(buf.data(), read_size, -1))
+        reads.emplace_back(buf.data(), n);
+      reads.push_back("consumed " + std::to_string(buffered->ToStreamMarker()->GetPosition()));
+      return reads;
+    };
+    std::vector<std::string> direct = decode(true);
+    std::vector<std::string> buffered = decode(false);
+    ASSERT_EQ(direct, buffered);
+  }
+}

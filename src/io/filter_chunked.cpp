@@ -1,11 +1,13 @@
 // HTTP/1.1 chunked transfer coding: the decoding input stream and the encoding output stream.
 //
 // The decoder reads framing bytes one at a time from the wrapped stream (put a buffered stream
-// under it) and never keeps more than one 64-byte size line. Every loop in it consumes at least
+// under it: the decoder then scans that stream's buffer in place, consuming the same bytes) and
+// never keeps more than one 64-byte size line. Every loop in it consumes at least
 // one byte of the wrapped stream per round and stops at its end, so no input can make it spin,
 // and nothing a peer sends is written outside that line buffer.
 #include <algorithm>
 #include <cstdio>
+#include <cstring>
 
 #include "io/filter_streams.h"
 #include "kiv/exception.h"
@@ -30,7 +32,9 @@ bool IsBlank(unsigned char c) noexcept { return c == ' ' || (c >= '\t' && c <= '
 // Decoding
 
 ChunkedSyncInStreamImpl::ChunkedSyncInStreamImpl(const SyncInputStream& in, bool capped)
-    : SyncInputStreamWrapper(in), capped_(capped) {}
+    : SyncInputStreamWrapper(in), capped_(capped) {
+  buffered_ = Wrapped() ? BufferedSyncInStream::Exactly(*Wrapped()) : nullptr;
+}
 
 ChunkedSyncInStreamImpl::~ChunkedSyncInStreamImpl() = default;
 
@@ -66,38 +70,68 @@ std::uint32_t ChunkedSyncInStreamImpl::ParseSize(const unsigned char* text,
   return negative ? 0u - magnitude : magnitude;
 }
 
+bool ChunkedSyncInStreamImpl::TakeLineByte(unsigned char byte) noexcept {
+  if (byte != 10) {
+    line_[line_length_++] = byte;
+    // A full line buffer without a line feed: the line is dropped and the next byte starts a
+    // new one. The longest line accepted is therefore 63 bytes and its line feed.
+    if (line_length_ == kLineSize) line_length_ = 0;
+    return false;
+  }
+  const unsigned length = line_length_;
+  line_length_ = 0;
+  // Empty, a lone CR, or not ended by CR: not a size line.
+  if (length < 2 || line_[length - 1] != 13) return false;
+  size_ = ParseSize(line_, length - 1);
+  consumed_ = 0;
+  if (size_ == 0) end_ = true;  // the last chunk; its trailer stays in the wrapped stream
+  return true;
+}
+
+const unsigned char* ChunkedSyncInStreamImpl::Window(unsigned& available) noexcept {
+  available = 0;
+  return buffered_ != nullptr ? buffered_->Unread(available) : nullptr;
+}
+
 bool ChunkedSyncInStreamImpl::ReadSizeLine(SyncInputStreamItf& in, std::int64_t timeout) {
   for (;;) {
+    // The buffered bytes first, scanned where they lie; only what the line takes is consumed.
+    unsigned available;
+    const unsigned char* window = Window(available);
+    unsigned used = 0;
+    bool accepted = false;
+    while (used < available && !accepted) accepted = TakeLineByte(window[used++]);
+    if (used > 0) buffered_->Skip(used);
+    if (accepted) return true;
+    // One byte from the wrapped stream (for a buffered stream, the read that refills it).
     const std::int32_t byte = in.Read(timeout);
     if (byte < 0) {
       end_ = true;
       line_length_ = 0;
       return false;
     }
-    if (byte != 10) {
-      line_[line_length_++] = static_cast<unsigned char>(byte);
-      // A full line buffer without a line feed: the line is dropped and the next byte starts a
-      // new one. The longest line accepted is therefore 63 bytes and its line feed.
-      if (line_length_ == kLineSize) line_length_ = 0;
-      continue;
-    }
-    const unsigned length = line_length_;
-    line_length_ = 0;
-    // Empty, a lone CR, or not ended by CR: not a size line.
-    if (length < 2 || line_[length - 1] != 13) continue;
-    size_ = ParseSize(line_, length - 1);
-    consumed_ = 0;
-    if (size_ == 0) end_ = true;  // the last chunk; its trailer stays in the wrapped stream
-    return true;
+    if (TakeLineByte(static_cast<unsigned char>(byte))) return true;
   }
 }
 
 void ChunkedSyncInStreamImpl::ReadChunkEnd(SyncInputStreamItf& in, std::int64_t timeout) {
+  unsigned available;
+  const unsigned char* window = Window(available);
+  unsigned used = 0;
   while (chunk_end_left_ > 0) {
-    const std::int32_t byte = in.Read(timeout);
+    std::int32_t byte;
+    if (used < available) {
+      byte = window[used++];
+    } else {
+      // What was taken from the buffer is consumed before the stream reads (and refills) again.
+      if (used > 0) buffered_->Skip(used);
+      used = available = 0;
+      byte = in.Read(timeout);
+    }
     if (byte != (chunk_end_left_ == 2 ? 13 : 10)) chunk_end_bad_ = true;
     --chunk_end_left_;
   }
+  if (used > 0) buffered_->Skip(used);
   if (chunk_end_bad_) end_ = true;
 }
 
@@ -114,7 +148,18 @@ unsigned ChunkedSyncInStreamImpl::Read(void* dst, unsigned count, std::int64_t t
   // KEPT: unless capped, a read is not cut at the rest of the chunk: a caller asking for more
   // receives the framing bytes that follow as data.
   if (capped_) count = std::min(count, size_ - consumed_);
-  unsigned got = in.Read(dst, count, timeout);
+  // From the buffered stream's buffer when it holds bytes, as that stream's own Read would serve
+  // them: as many as are there, up to `count`.
+  unsigned available;
+  const unsigned char* window = Window(available);
+  unsigned got;
+  if (available > 0) {
+    got = std::min(count, available);
+    std::memcpy(dst, window, got);
+    buffered_->Skip(got);
+  } else {
+    got = in.Read(dst, count, timeout);
+  }
   if (got == 0) {
     end_ = true;
     return 0;

@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "io/stream_buffered.h"
 #include "kiv/buffer.h"
 #include "kiv/converters.h"
 #include "kiv/filters.h"
@@ -104,7 +105,14 @@ class ChunkedSyncInStreamImpl : public SyncInputStreamWrapper {
   // Reads what is left of the chunk's closing CR LF; a wrong byte or the end of data ends the
   // stream.
   void ReadChunkEnd(SyncInputStreamItf& in, std::int64_t timeout);
+  // Adds one byte to the size line; true when it ended a line that was accepted as a size line.
+  bool TakeLineByte(unsigned char byte) noexcept;
+  // The unread bytes of the buffered stream under this one (none when it is another stream).
+  const unsigned char* Window(unsigned& available) noexcept;
 
+  // The wrapped stream when it is the library's buffered stream: framing bytes are then taken
+  // from its buffer directly, the same bytes that reading them one by one would consume.
+  BufferedSyncInStream* buffered_;
   std::uint32_t size_ = 0;
   std::uint32_t consumed_ = 0;
   bool end_ = false;

@@ -21,6 +21,11 @@ BufferedSyncInStream::BufferedSyncInStream(const SyncInputStream& in, const Buff
 
 BufferedSyncInStream::~BufferedSyncInStream() = default;
 
+BufferedSyncInStream* BufferedSyncInStream::Exactly(SyncInputStreamItf& in) noexcept {
+  return typeid(in) == typeid(BufferedSyncInStream) ? static_cast<BufferedSyncInStream*>(&in)
+                                                    : nullptr;
+}
+
 void BufferedSyncInStream::Drop() noexcept {
   start_ += inner_.Pos();
   inner_.SetState(0, 0);

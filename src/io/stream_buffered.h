@@ -5,6 +5,7 @@
 #define KIV_SRC_IO_STREAM_BUFFERED_H_
 
 #include <cstdint>
+#include <typeinfo>
 
 #include "io/stream_buffer.h"
 #include "kiv/buffer.h"
@@ -33,6 +34,18 @@ class BufferedSyncInStream : public StreamMarkerItf, public SyncInputStreamWrapp
   // (NotRandomAccessException).
   Ref<StreamMarkerItf> ToStreamMarker() override;
   Ref<StreamMarkerItf> ToStreamMarker() const override;
+
+  // The bytes buffered and not yet read, for readers in the library that scan byte by byte (the
+  // chunked decoder's size lines) without a call per byte. What such a reader takes it marks with
+  // Skip, which leaves the stream exactly as that many Read(timeout) calls would have.
+  const unsigned char* Unread(unsigned& count) noexcept {
+    count = inner_.Len() - inner_.Pos();
+    return static_cast<const unsigned char*>(buffer_->GetData()) + inner_.Pos();
+  }
+  void Skip(unsigned count) noexcept { inner_.SetState(inner_.Pos() + count, inner_.Len()); }
+  // This stream when `in` is exactly a buffered input stream (not a class derived from it, which
+  // might read differently), else null.
+  static BufferedSyncInStream* Exactly(SyncInputStreamItf& in) noexcept;
 
   // The wrapped stream's length.
   std::int64_t GetLength() override;
