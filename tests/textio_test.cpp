@@ -90,29 +90,6 @@ std::vector<std::string> AllLines(kiv::Reader& reader) {
   return lines;
 }
 
-TEST(Reader, LinesKeepTheirEndingsAndEndWithTheEmptyString) {
-  kiv::Reader ascii = MakeReader({{"a\r\nb"}}, kiv::TextEncodingExp::MakeAscii());
-  EXPECT_EQ(AllLines(ascii), (std::vector<std::string>{"a\r\n", "b"}));
-  kiv::String line;
-  EXPECT_FALSE(ascii->ReadLine(line));  // and stays at the end
-
-  // In UTF-16 only the unit 10 ends a line: U+010A holds the byte 0x0A.
-  kiv::Reader wide = MakeReader({{U16(u"x\ny\u010Az\n")}}, kiv::TextEncodingExp::MakeUTF16());
-  EXPECT_EQ(AllLines(wide), (std::vector<std::string>{"x\n", "y\xC4\x8Az\n"}));
-}
-
-TEST(Reader, LongLinesComeBackWholeWhateverTheReadPattern) {
-  const std::string long_line = std::string(3000, 'x') + "\xC3\xA9\n";
-  for (unsigned buffer : {8u, 100u, 4096u}) {
-    for (unsigned max_read : {1u, 7u, UINT_MAX}) {
-      kiv::Reader reader =
-          MakeReader({{long_line + "tail"}}, kiv::TextEncodingExp::MakeUTF8(), max_read, buffer);
-      EXPECT_EQ(AllLines(reader), (std::vector<std::string>{long_line, "tail"}))
-          << buffer << " " << max_read;
-    }
-  }
-}
-
 TEST(Reader, TimeoutThrowsOnlyBeforeTheFirstByteOfALine) {
   kiv::Reader reader = MakeReader({{"", true}, {"ab"}, {"", true}, {"c\nd"}},
                                   kiv::TextEncodingExp::MakeAscii(), UINT_MAX, 16);
@@ -121,6 +98,17 @@ TEST(Reader, TimeoutThrowsOnlyBeforeTheFirstByteOfALine) {
   EXPECT_TRUE(reader->ReadLine(line));
   EXPECT_EQ(Utf8(line), "ab");  // cut short by the time-out
   EXPECT_EQ(AllLines(reader), (std::vector<std::string>{"c\n", "d"}));
+  EXPECT_FALSE(reader->ReadLine(line));  // and stays at the end
+}
+
+// The first `n` results of ReadChar over `text` through an 8-byte read-ahead buffer.
+std::vector<std::uint32_t> ReadChars(const std::string& text, const kiv::TextEncoding& encoding,
+                                     unsigned max_read, std::size_t n) {
+  kiv::SyncInputStream in(new ScriptedInput({{text}}, max_read));
+  kiv::TextInputStream tis = kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(8), encoding);
+  std::vector<std::uint32_t> got;
+  while (got.size() < n) got.push_back(tis->ReadChar(-1));
+  return got;
 }
 
 // Each character comes back as one 16-bit unit; one that needs two (above U+FFFF in UTF-8 or
@@ -162,29 +150,17 @@ TEST(TextInputStream, ReadCharGivesOneUnitPerCharacterWhereverTheBufferEnds) {
                                           << ", read " << max_read);
         std::string text;
         for (unsigned n = 0; n < shift; ++n) text += k.unit_x;
-        text += k.text;
-        kiv::SyncInputStream in(new ScriptedInput({{text}}, max_read));
-        kiv::TextInputStream tis =
-            kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(8), k.encoding);
         std::vector<std::uint32_t> expected(shift, 'x');
         expected.insert(expected.end(), k.chars.begin(), k.chars.end());
         expected.push_back(0);  // end of data
-        std::vector<std::uint32_t> got;
-        for (size_t n = 0; n < expected.size(); ++n) got.push_back(tis->ReadChar(-1));
-        EXPECT_EQ(got, expected);
+        EXPECT_EQ(ReadChars(text + k.text, k.encoding, max_read, expected.size()), expected);
       }
     }
   }
 
   // Malformed UTF-8 and a character cut off by the end of data read as 0 and are consumed.
-  kiv::SyncInputStream in(new ScriptedInput({{"\xFF"
-                                              "b\xE2\x82"}},
-                                            1));
-  kiv::TextInputStream tis =
-      kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(8), kiv::TextEncodingExp::MakeUTF8());
-  std::vector<std::uint32_t> chars;
-  for (int i = 0; i < 4; ++i) chars.push_back(tis->ReadChar(-1));
-  EXPECT_EQ(chars, (std::vector<std::uint32_t>{0, 'b', 0, 0}));
+  EXPECT_EQ(ReadChars(std::string("\xFF") + "b\xE2\x82", kiv::TextEncodingExp::MakeUTF8(), 1, 4),
+            (std::vector<std::uint32_t>{0, 'b', 0, 0}));
 
   // The reader forwards: a character above U+FFFF is a failed read, then the next one follows.
   kiv::Reader reader = MakeReader({{"\xF0\x9F\x98\x80z"}}, kiv::TextEncodingExp::MakeUTF8());
@@ -217,51 +193,34 @@ std::string Written(const kiv::TextEncoding& enc, void (*write)(kiv::Writer&)) {
   return raw->All();
 }
 
-TEST(Writer, CTextIsSentUnchangedOrConverted) {
-  EXPECT_EQ(Written(kiv::TextEncodingExp::MakeAscii(), [](kiv::Writer& w) { w->Write("abc"); }),
-            "abc");
-  // Non-ASCII C text reaches an ASCII writer through conversion, which writes '.' for it.
-  EXPECT_EQ(
-      Written(kiv::TextEncodingExp::MakeAscii(), [](kiv::Writer& w) { w->Write("\xC3\xA9"); }),
-      ".");
-  EXPECT_EQ(Written(kiv::TextEncodingExp::MakeUTF8(), [](kiv::Writer& w) { w->Write("\xC3\xA9"); }),
-            "\xC3\xA9");
-  EXPECT_EQ(
-      Written(kiv::TextEncodingExp::MakeUTF16(), [](kiv::Writer& w) { w->Write("a\xC3\xA9"); }),
-      U16(u"a\u00E9"));
-}
-
-TEST(Writer, NumbersAndCharacters) {
-  EXPECT_EQ(Written(kiv::TextEncodingExp::MakeUTF8(),
+TEST(Writer, TextNumbersAndCharacters) {
+  const kiv::TextEncoding ascii = kiv::TextEncodingExp::MakeAscii(),
+                          utf8 = kiv::TextEncodingExp::MakeUTF8(),
+                          utf16 = kiv::TextEncodingExp::MakeUTF16();
+  // C text is sent unchanged or converted; an ASCII writer writes '.' for what it cannot hold.
+  EXPECT_EQ(Written(ascii, [](kiv::Writer& w) { w->Write("abc"); }), "abc");
+  EXPECT_EQ(Written(ascii, [](kiv::Writer& w) { w->Write("\xC3\xA9"); }), ".");
+  EXPECT_EQ(Written(utf8, [](kiv::Writer& w) { w->Write("\xC3\xA9"); }), "\xC3\xA9");
+  EXPECT_EQ(Written(utf16, [](kiv::Writer& w) { w->Write("a\xC3\xA9"); }), U16(u"a\u00E9"));
+  EXPECT_EQ(Written(utf8,
                     [](kiv::Writer& w) {
-                      w->Write(INT32_MIN);
-                      w->Write(' ');
-                      w->Write(UINT32_MAX);
-                      w->Write(' ');
-                      w->Write(INT64_MIN);
-                      w->Write(' ');
-                      w->Write(UINT64_MAX);
-                      w->Write(' ');
-                      w->Write(0.5);
-                      w->Write(' ');
-                      w->WriteHex(255, 4);
-                      w->WriteChar(0x20AC);
-                      w->WriteChar(0x1F600);
+                      w->Write(INT32_MIN), w->Write(' '), w->Write(UINT32_MAX), w->Write(' ');
+                      w->Write(INT64_MIN), w->Write(' '), w->Write(UINT64_MAX), w->Write(' ');
+                      w->Write(0.5), w->Write(' '), w->WriteHex(255, 4);
+                      w->WriteChar(0x20AC), w->WriteChar(0x1F600);
                       w->Write('\xE9');  // Latin-1
                       w->NewLine();
                     }),
             "-2147483648 4294967295 -9223372036854775808 18446744073709551615 0.5 00ff"
             "\xE2\x82\xAC\xF0\x9F\x98\x80\xC3\xA9\n");
-  EXPECT_EQ(Written(kiv::TextEncodingExp::MakeUTF16(),
+  EXPECT_EQ(Written(utf16,
                     [](kiv::Writer& w) {
-                      w->Write(42);
-                      w->WriteChar(0x1F600);
+                      w->Write(42), w->WriteChar(0x1F600);
                       w->WriteLine(kiv::testing::Wide("ok"));
                     }),
             U16(u"42\U0001F600ok\n"));
-  EXPECT_THROW(
-      Written(kiv::TextEncodingExp::MakeUTF8(), [](kiv::Writer& w) { w->WriteChar(0x110000); }),
-      kiv::CannotConvertException);
+  EXPECT_THROW(Written(utf8, [](kiv::Writer& w) { w->WriteChar(0x110000); }),
+               kiv::CannotConvertException);
 }
 
 TEST(Writer, ReportsAStreamThatStopsAccepting) {
