@@ -165,13 +165,13 @@ TEST(Encodings, CountsTrimAndTerminators) {
 
 // The corpus holds one text per script in UTF-8, UTF-16 and UTF-32 (unicode_lipsum). The UTF-8
 // and UTF-32 forms decode to exactly the UTF-16 file (less the byte order mark that only the
-// UTF-16 files start with). Wide text goes out to UTF-8 and UTF-32 one
-// unit at a time (a surrogate pair becomes two encoded surrogates) and comes back unchanged.
+// UTF-16 files start with), and wide text goes back out to the UTF-8 file. Every conversion of
+// these encodings, character by character, is held to a model by the converters fuzz target.
 TEST(Encodings, RoundTripsOverCorpus) {
   std::string dir = testing::CorpusDir();
   if (dir.empty()) GTEST_SKIP() << "corpus folder ../shared/corpus not found";
   TextEncoding utf8 = TextEncodingExp::MakeUTF8(), utf16 = TextEncodingExp::MakeUTF16(),
-               utf32 = TextEncodingExp::MakeUTF32(), ascii = TextEncodingExp::MakeAscii();
+               utf32 = TextEncodingExp::MakeUTF32();
   for (const char* script : {"Arabic", "Chinese", "Emoji", "Hebrew", "Hindi", "Japanese", "Korean",
                              "Latin", "Russian"}) {
     SCOPED_TRACE(script);
@@ -183,22 +183,12 @@ TEST(Encodings, RoundTripsOverCorpus) {
     EXPECT_EQ(ConvertAll(utf8->GetToWideConverter(), u8), u16);
     EXPECT_EQ(ConvertAll(utf32->GetToWideConverter(), u32), u16);
     EXPECT_EQ(ConvertAll(utf16->GetToWideConverter(), u16, 999), u16);
-
-    std::string back8 = ConvertAll(utf8->GetFromWideConverter(), u16);
-    std::string back32 = ConvertAll(utf32->GetFromWideConverter(), u16);
-    bool supplementary = std::string(script) == "Emoji";
-    EXPECT_EQ(back8 == u8, !supplementary);
-    EXPECT_EQ(back32 == u32, !supplementary);
-    EXPECT_EQ(ConvertAll(utf8->GetToWideConverter(), back8), u16);
-    EXPECT_EQ(ConvertAll(utf32->GetToWideConverter(), back32), u16);
-    EXPECT_EQ(utf32->CharacterCount(back32.data(), Len(back32)), u16.size() / 2);
-
-    // Characters: the UTF-8 count equals the UTF-32 file's; ASCII keeps one byte per unit.
     EXPECT_EQ(utf8->CharacterCount(u8.data(), Len(u8)), u32.size() / 4);
-    std::string narrow = ConvertAll(ascii->GetFromWideConverter(), u16);
-    EXPECT_EQ(narrow.size(), u16.size() / 2);
-    EXPECT_EQ(ascii->Find('.', narrow.data(), Len(narrow)) >= 0, true);
-    // Standard UTF-8 writes pairs as one sequence: the UTF-8 file comes back byte for byte.
+    // Lenient UTF-8 writes a surrogate pair as two encoded surrogates (only the Emoji text has
+    // pairs) and reads them back; standard UTF-8 writes one sequence, as the file has it.
+    std::string back8 = ConvertAll(utf8->GetFromWideConverter(), u16);
+    EXPECT_EQ(back8 == u8, std::string(script) != "Emoji");
+    EXPECT_EQ(ConvertAll(utf8->GetToWideConverter(), back8), u16);
     EXPECT_EQ(ConvertAll(TextEncodingExp::MakeStandardUTF8()->GetFromWideConverter(), u16), u8);
   }
 }
