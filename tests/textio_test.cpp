@@ -17,35 +17,7 @@ namespace {
 
 using kiv::testing::Utf8;
 
-// Delivers a script of data pieces and time-outs, at most `max_read` bytes per read.
-class ScriptedInput : public kiv::SyncInputStreamItf {
- public:
-  struct Step {
-    std::string data;
-    bool timeout = false;
-  };
-  explicit ScriptedInput(std::vector<Step> steps, unsigned max_read = UINT_MAX)
-      : steps_(std::move(steps)), max_read_(max_read) {}
-  using kiv::SyncInputStreamItf::Read;
-  unsigned Read(void* dst, unsigned count, std::int64_t) override {
-    while (i_ < steps_.size() && !steps_[i_].timeout && off_ == steps_[i_].data.size()) {
-      ++i_;
-      off_ = 0;
-    }
-    if (i_ == steps_.size()) return 0;
-    if (steps_[i_++].timeout) throw kiv::IOTimeoutException();
-    --i_;
-    const unsigned n = std::min({count, max_read_, unsigned(steps_[i_].data.size() - off_)});
-    std::memcpy(dst, steps_[i_].data.data() + off_, n);
-    off_ += n;
-    return n;
-  }
-
- private:
-  std::vector<Step> steps_;
-  unsigned max_read_;
-  size_t i_ = 0, off_ = 0;
-};
+using kiv::testing::SplitInput;
 
 // Records every write; accepts at most `budget` bytes in all.
 class RecordingOutput : public kiv::SyncOutputStreamItf {
@@ -71,13 +43,6 @@ class RecordingOutput : public kiv::SyncOutputStreamItf {
   unsigned budget_;
 };
 
-kiv::Reader MakeReader(std::vector<ScriptedInput::Step> steps, const kiv::TextEncoding& enc,
-                       unsigned max_read = UINT_MAX, unsigned buffer = 4096) {
-  kiv::SyncInputStream in(new ScriptedInput(std::move(steps), max_read));
-  return kiv::ReaderExp::Make(kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(buffer), enc),
-                              -1);
-}
-
 std::string U16(const std::u16string& s) {
   return std::string(reinterpret_cast<const char*>(s.data()), s.size() * 2);
 }
@@ -91,8 +56,12 @@ std::vector<std::string> AllLines(kiv::Reader& reader) {
 }
 
 TEST(Reader, TimeoutThrowsOnlyBeforeTheFirstByteOfALine) {
-  kiv::Reader reader = MakeReader({{"", true}, {"ab"}, {"", true}, {"c\nd"}},
-                                  kiv::TextEncodingExp::MakeAscii(), UINT_MAX, 16);
+  // Reads 0 and 2 time out, read 1 gives "ab".
+  kiv::SyncInputStream in(new SplitInput("abc\nd", {1, 2, 1, 100}, {0, 2}));
+  kiv::Reader reader =
+      kiv::ReaderExp::Make(kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(16),
+                                                         kiv::TextEncodingExp::MakeAscii()),
+                           -1);
   kiv::String line;
   EXPECT_THROW(reader->ReadLine(line), kiv::IOTimeoutException);
   EXPECT_TRUE(reader->ReadLine(line));
@@ -104,7 +73,7 @@ TEST(Reader, TimeoutThrowsOnlyBeforeTheFirstByteOfALine) {
 // The first `n` results of ReadChar over `text` through an 8-byte read-ahead buffer.
 std::vector<std::uint32_t> ReadChars(const std::string& text, const kiv::TextEncoding& encoding,
                                      unsigned max_read, std::size_t n) {
-  kiv::SyncInputStream in(new ScriptedInput({{text}}, max_read));
+  kiv::SyncInputStream in(new SplitInput(text, {max_read}));
   kiv::TextInputStream tis = kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(8), encoding);
   std::vector<std::uint32_t> got;
   while (got.size() < n) got.push_back(tis->ReadChar(-1));
@@ -163,7 +132,8 @@ TEST(TextInputStream, ReadCharGivesOneUnitPerCharacterWhereverTheBufferEnds) {
             (std::vector<std::uint32_t>{0, 'b', 0, 0}));
 
   // The reader forwards: a character above U+FFFF is a failed read, then the next one follows.
-  kiv::Reader reader = MakeReader({{"\xF0\x9F\x98\x80z"}}, kiv::TextEncodingExp::MakeUTF8());
+  kiv::Reader reader =
+      kiv::testing::MakeReader("\xF0\x9F\x98\x80z", kiv::TextEncodingExp::MakeUTF8());
   unsigned short unit = 1;
   EXPECT_FALSE(reader->ReadChar(unit));
   EXPECT_EQ(unit, 0);
@@ -173,7 +143,7 @@ TEST(TextInputStream, ReadCharGivesOneUnitPerCharacterWhereverTheBufferEnds) {
 }
 
 TEST(TextInputStream, ReadLineNeverWritesPastTheRoomGiven) {
-  kiv::SyncInputStream in(new ScriptedInput({{U16(u"abcdef\n")}}));
+  kiv::SyncInputStream in(new SplitInput(U16(u"abcdef\n")));
   kiv::TextInputStream tis = kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(64),
                                                            kiv::TextEncodingExp::MakeUTF16());
   char out[16];
