@@ -214,8 +214,10 @@ TEST(StringTest, CharacterArgumentsAreLaidOutInTheStringsUnits) {
       appended += static_cast<unsigned short>('b');
       EXPECT_TRUE(text == appended);
       EXPECT_EQ(text->ByteLength(), 2 * k.encoding->UnitBits() / 8 + k.bytes(c));
-      if (c <= 0xFFFF) {
-        EXPECT_TRUE(String(k.encoding, static_cast<unsigned short>(c)) == text->Substring(1, 1));
+      if (c <= 0xFFFF) {  // the same from a 16-bit unit
+        String one = text->Substring(1, 1);
+        EXPECT_TRUE(one == static_cast<unsigned short>(c));
+        EXPECT_TRUE(String(k.encoding, static_cast<unsigned short>(c)) == one);
       }
       EXPECT_EQ(text->IndexOf(c), k.findable(c) > 0 ? 1 : -1);
     }
