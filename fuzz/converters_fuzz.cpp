@@ -23,6 +23,7 @@ namespace {
 using kiv::fuzz::Escaped;
 using Result = kiv::DataConverterItf::BufferResult;
 
+// Even kinds convert to wide text, odd ones from it; the UTF-16 copy is the same both ways.
 enum Kind {
   kUtf8ToWide,
   kWideToUtf8,
@@ -36,24 +37,12 @@ constexpr const char* kNames[] = {"utf-8->wide", "wide->utf-8", "utf-32->wide", 
                                   "ascii->wide", "wide->ascii", "utf-16 copy"};
 
 kiv::BlockConverter ConverterOf(Kind kind) {
-  using kiv::TextEncodingExp;
-  switch (kind) {
-    case kUtf8ToWide:
-      return TextEncodingExp::MakeUTF8()->GetToWideConverter();
-    case kWideToUtf8:
-      return TextEncodingExp::MakeUTF8()->GetFromWideConverter();
-    case kUtf32ToWide:
-      return TextEncodingExp::MakeUTF32()->GetToWideConverter();
-    case kWideToUtf32:
-      return TextEncodingExp::MakeUTF32()->GetFromWideConverter();
-    case kAsciiToWide:
-      return TextEncodingExp::MakeAscii()->GetToWideConverter();
-    case kWideToAscii:
-      return TextEncodingExp::MakeAscii()->GetFromWideConverter();
-    case kUtf16:
-      return TextEncodingExp::MakeUTF16()->GetToWideConverter();
-  }
-  return kiv::BlockConverter();
+  using E = kiv::TextEncodingExp;
+  const kiv::TextEncoding encoding[] = {E::MakeUTF8(),  E::MakeUTF8(),  E::MakeUTF32(),
+                                        E::MakeUTF32(), E::MakeAscii(), E::MakeAscii(),
+                                        E::MakeUTF16()};
+  return kind % 2 == 0 ? encoding[kind]->GetToWideConverter()
+                       : encoding[kind]->GetFromWideConverter();
 }
 
 template <class T>
@@ -71,34 +60,26 @@ struct Char {
   std::string out;
 };
 
+// The character at `p` for the conversions between wide text and UTF-8 or UTF-32.
 Char Step(Kind kind, const unsigned char* p, unsigned left) {
   std::uint32_t value = 0;
-  std::uint16_t unit = 0;
-  switch (kind) {
-    case kUtf8ToWide: {
-      const int length = kiv::fuzz::DecodeUtf8(p, p + left, value);
-      if (length == 0) return {Char::kIncomplete};
-      const std::u16string wide = kiv::fuzz::Utf16Of(value);
-      if (length < 0 || wide.empty()) return {Char::kInvalid};
-      return {Char::kOk, static_cast<unsigned>(length), BytesOf(wide.data(), wide.size())};
-    }
-    case kUtf32ToWide: {
-      if (left < 4) return {Char::kIncomplete};
-      std::memcpy(&value, p, 4);
-      const std::u16string wide = kiv::fuzz::Utf16Of(value);
-      if (wide.empty()) return {Char::kInvalid};
-      return {Char::kOk, 4, BytesOf(wide.data(), wide.size())};
-    }
-    case kWideToUtf8:
-    case kWideToUtf32:
-      if (left < 2) return {Char::kIncomplete};
-      std::memcpy(&unit, p, 2);
-      value = unit;
-      return {Char::kOk, 2,
-              kind == kWideToUtf8 ? kiv::fuzz::EncodeUtf8(value) : BytesOf(&value, 1)};
-    default:
-      return {Char::kInvalid};
+  if (kind == kWideToUtf8 || kind == kWideToUtf32) {
+    if (left < 2) return {Char::kIncomplete};
+    std::uint16_t unit;
+    std::memcpy(&unit, p, 2);
+    value = unit;
+    return {Char::kOk, 2, kind == kWideToUtf8 ? kiv::fuzz::EncodeUtf8(value) : BytesOf(&value, 1)};
   }
+  int length = left < 4 ? 0 : 4;
+  if (kind == kUtf8ToWide) {
+    length = kiv::fuzz::DecodeUtf8(p, p + left, value);
+  } else if (length == 4) {
+    std::memcpy(&value, p, 4);
+  }
+  if (length == 0) return {Char::kIncomplete};
+  const std::u16string wide = kiv::fuzz::Utf16Of(value);
+  if (length < 0 || wide.empty()) return {Char::kInvalid};
+  return {Char::kOk, static_cast<unsigned>(length), BytesOf(wide.data(), wide.size())};
 }
 
 struct Call {
@@ -167,10 +148,9 @@ Call Expect(Kind kind, const unsigned char* in, unsigned in_size, unsigned room)
     call.out += static_cast<unsigned>(c.out.size());
     call.bytes += c.out;
   }
-  if (call.result != Result::ResultOK && call.in == 0) {
-    call.out =
-        call.result == Result::ResultOutputTooSmall ? static_cast<unsigned>(failed.out.size()) : 0;
-    call.in = call.result == Result::ResultOutputTooSmall ? failed.in : 0;
+  if (call.in == 0) {  // nothing converted: the sizes of the character that did not fit
+    call.in = failed.in;
+    call.out = static_cast<unsigned>(failed.out.size());
   }
   return call;
 }
@@ -208,11 +188,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const Call want = Expect(kind, in + pos, total - pos, room);
     // Exactly the room given, so that a write past it is caught.
     const std::unique_ptr<char[]> out(new char[room]);
-    Call got;
-    unsigned in_pos = 7;
-    unsigned out_pos = 11;
-    got.in = total - pos;
-    got.out = room;
+    Call got{Result::ResultOK, false, total - pos, room};
+    unsigned in_pos = 7, out_pos = 11;
     try {
       got.result = converter->Convert(out.get(), got.out, out_pos, in + pos, got.in, in_pos,
                                       (room & 1) != 0);

@@ -38,26 +38,18 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::uint8_t pick = input.Byte();
     std::uint32_t value = kAlphabet[pick % std::size(kAlphabet)];
     if (pick == 0xFF) value = input.Bits(3) % 0x110000;
-    switch (kind) {
-      case 0:  // ASCII: one byte of the value
-        text += static_cast<char>(value);
-        break;
-      case 1:
-        text += kiv::fuzz::EncodeUtf8(value);
-        break;
-      case 2:
-        for (char16_t unit : kiv::fuzz::Utf16Of(value)) {
-          text.append(reinterpret_cast<const char*>(&unit), 2);
-          if (unit == 10) line_ends.push_back(text.size());
-        }
-        break;
-      default:
-        text.append(reinterpret_cast<const char*>(&value), 4);
-        break;
+    if (kind == 2) {
+      for (char16_t unit : kiv::fuzz::Utf16Of(value)) {
+        text.append(reinterpret_cast<const char*>(&unit), 2);
+        if (unit == 10) line_ends.push_back(text.size());
+      }
+      continue;
     }
-    if ((kind == 0 && static_cast<std::uint8_t>(value) == 10) || (kind != 2 && value == 10)) {
-      line_ends.push_back(text.size());
-    }
+    if (kind == 0) value = static_cast<std::uint8_t>(value);  // ASCII: one byte of the value
+    text += kind == 0   ? std::string(1, static_cast<char>(value))
+            : kind == 1 ? kiv::fuzz::EncodeUtf8(value)
+                        : std::string(reinterpret_cast<const char*>(&value), 4);
+    if (value == 10) line_ends.push_back(text.size());
   }
   if (line_ends.empty() || line_ends.back() != text.size()) line_ends.push_back(text.size());
   if (text.empty()) line_ends.clear();

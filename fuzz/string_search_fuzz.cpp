@@ -45,33 +45,25 @@ struct Text {
 };
 
 void Append(Kind kind, std::uint32_t value, Text& text) {
-  switch (kind) {
-    case kAscii: {
-      const auto byte = static_cast<std::uint8_t>(value);
+  if (kind == kUtf16) {
+    for (char16_t unit : kiv::fuzz::Utf16Of(value)) {
       text.offsets.push_back(text.bytes.size());
-      text.bytes += static_cast<char>(byte);
-      // The byte as the encoding compares it: sign-extended.
-      text.chars.push_back(static_cast<std::uint32_t>(static_cast<std::int8_t>(byte)));
-      break;
+      text.bytes.append(reinterpret_cast<const char*>(&unit), 2);
+      text.chars.push_back(unit);
     }
-    case kUtf8:
-      text.offsets.push_back(text.bytes.size());
-      text.bytes += kiv::fuzz::EncodeUtf8(value);
-      text.chars.push_back(value);
-      break;
-    case kUtf16:
-      for (char16_t unit : kiv::fuzz::Utf16Of(value)) {
-        text.offsets.push_back(text.bytes.size());
-        text.bytes.append(reinterpret_cast<const char*>(&unit), 2);
-        text.chars.push_back(unit);
-      }
-      break;
-    case kUtf32:
-      text.offsets.push_back(text.bytes.size());
-      text.bytes.append(reinterpret_cast<const char*>(&value), 4);
-      text.chars.push_back(value);
-      break;
+    return;
   }
+  text.offsets.push_back(text.bytes.size());
+  if (kind == kAscii) {
+    // One byte, which the encoding compares sign-extended.
+    const auto byte = static_cast<std::int8_t>(value);
+    text.bytes += static_cast<char>(byte);
+    value = static_cast<std::uint32_t>(std::int32_t{byte});
+  } else {
+    text.bytes += kind == kUtf8 ? kiv::fuzz::EncodeUtf8(value)
+                                : std::string(reinterpret_cast<const char*>(&value), 4);
+  }
+  text.chars.push_back(value);
 }
 
 std::string BytesOf(const kiv::String& s) {

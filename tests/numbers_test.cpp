@@ -35,32 +35,22 @@ TEST(NumberFormatTest, FixedFormats) {
             TextEncodingExp::MakeAscii().Get());
 }
 
+// Lenient rules, one case each; the numbers fuzz target holds every type to the C library's
+// reading (32 bits), the own 64-bit parser's rules and the six true spellings.
 TEST(NumberParseTest, LenientRulesOfEachType) {
   EXPECT_EQ(Parse<std::int64_t>("  -0x1F"), -31);
   EXPECT_EQ(Parse<std::int32_t>("  -0x1F"), -31);
-  EXPECT_EQ(Parse<std::uint64_t>("012"), 10u);
   EXPECT_EQ(Parse<std::uint64_t>("019"), 1u);  // octal stops at the 9
   EXPECT_EQ(Parse<std::int32_t>("12abc"), 12);
   EXPECT_EQ(Parse<std::int32_t>("abc"), 0);
-  EXPECT_EQ(Parse<double>(""), 0.0);
   EXPECT_EQ(Parse<double>(" 2.5e1x"), 25.0);
-  // 32-bit results as the C runtime gives them on a 32-bit long.
-  EXPECT_EQ(Parse<std::int32_t>("99999999999"), INT32_MAX);
+  // 32-bit results as the C runtime gives them on a 32-bit long; the own 64-bit parser wraps.
   EXPECT_EQ(Parse<std::int32_t>("-99999999999"), INT32_MIN);
-  EXPECT_EQ(Parse<std::int32_t>("-2147483648"), INT32_MIN);
   EXPECT_EQ(Parse<std::uint32_t>("-1"), 0xFFFFFFFFu);
   EXPECT_EQ(Parse<std::uint32_t>("4294967296"), 0xFFFFFFFFu);
-  EXPECT_EQ(Parse<std::uint32_t>("0x10"), 16u);
-  EXPECT_EQ(Parse<std::int32_t>("--5"), 0);
-  // The own 64-bit parser wraps on overflow.
   EXPECT_EQ(Parse<std::uint64_t>("18446744073709551617"), 1u);
-  EXPECT_EQ(Parse<std::int64_t>("+077"), 63);
-}
-
-TEST(NumberParseTest, BooleanSpellings) {
-  for (const char* t : {"true", "TRUE", "t", "T", "yes", "YES"}) {
-    EXPECT_TRUE(Parse<bool>(t)) << t;
-  }
+  // Exactly six spellings are true, as configuration files are read.
+  for (const char* t : {"true", "TRUE", "t", "T", "yes", "YES"}) EXPECT_TRUE(Parse<bool>(t)) << t;
   for (const char* f : {"", "false", "no", "y", "Y", "True", "Yes", "1", " true"}) {
     EXPECT_FALSE(Parse<bool>(f)) << f;
   }

@@ -170,9 +170,10 @@ TEST(StringTest, CaseTrimSplitAndQuote) {
   EXPECT_EQ(Utf8(U8("héllo")->Substring(3)), "lo");
 }
 
-// A character argument is laid out in the string's own code units, and splitting on it cuts
-// exactly where IndexOf finds it, in every built-in encoding and at every width boundary.
-TEST(StringTest, CharacterArgumentsAreFoundWhereIndexOfFindsThem) {
+// A character argument is laid out in the string's own code units, by Concat and by a buffer's
+// Append alike, in every built-in encoding and at every width boundary, so that IndexOf finds it.
+// (Searching and splitting text of any characters: the string search fuzz target.)
+TEST(StringTest, CharacterArgumentsAreLaidOutInTheStringsUnits) {
   struct Case {
     const char* name;
     TextEncoding encoding;
@@ -199,55 +200,33 @@ TEST(StringTest, CharacterArgumentsAreFoundWhereIndexOfFindsThem) {
   for (const Case& k : cases) {
     for (std::uint32_t c : {0x7Fu, 0x80u, 0x7FFu, 0x800u, 0xFFFFu, 0x10000u, 0x10FFFFu}) {
       SCOPED_TRACE(::testing::Message() << k.name << " U+" << std::hex << c);
-      String a(k.encoding, static_cast<const void*>(nullptr));
-      a = a + static_cast<unsigned short>('a');
+      String a(k.encoding, static_cast<unsigned short>('a'));
       if (k.findable(c) < 0) {
         // ASCII replaces what it cannot hold by '.', never reporting it, as its converter does.
         EXPECT_TRUE(a->Concat(c) == String(k.encoding, static_cast<const void*>("a.")));
         continue;
       }
-      // a c . c b, built through Concat and through a buffer's Append: the same bytes.
-      String dot(k.encoding, static_cast<unsigned short>('.'));
-      String text = a->Concat(c) + dot;
-      text = text->Concat(c)->Concat('b');
+      // a c b, built through Concat and through a buffer's Append: the same bytes.
+      String text = a->Concat(c)->Concat('b');
       StringBuffer appended(k.encoding);
-      for (String piece : {a, dot}) {
-        appended += piece;
-        appended->Append(c);
-      }
+      appended += a;
+      appended->Append(c);
       appended += static_cast<unsigned short>('b');
       EXPECT_TRUE(text == appended);
-      const unsigned unit = k.encoding->UnitBits() / 8;
-      EXPECT_EQ(text->ByteLength(), 3 * unit + 2 * k.bytes(c));
-      String one = String(k.encoding)->Concat(c);
-      EXPECT_EQ(one->ByteLength(), k.bytes(c));
-      if (c <= 0xFFFF) {
+      EXPECT_EQ(text->ByteLength(), 2 * k.encoding->UnitBits() / 8 + k.bytes(c));
+      if (c <= 0xFFFF) {  // the same from a 16-bit unit
+        String one = text->Substring(1, 1);
         EXPECT_TRUE(one == static_cast<unsigned short>(c));
         EXPECT_TRUE(String(k.encoding, static_cast<unsigned short>(c)) == one);
       }
-
-      const bool found = k.findable(c) > 0;
-      EXPECT_EQ(text->IndexOf(c), found ? 1 : -1);
-      EXPECT_EQ(text->LastIndexOf(c), found ? 3 : -1);
-      EXPECT_EQ(text->CountOf(c), found ? 2u : 0u);
-      EXPECT_EQ(one->CountOf(c), found ? 1u : 0u);
-      std::vector<unsigned> sizes;
-      for (Ref<EnumerationItf> e = text->Split(c, false, 10)->Elements(); e->HasMoreElements();) {
-        sizes.push_back(String(e->NextElement())->ByteLength());
-      }
-      const std::vector<unsigned> cut{unit, unit, unit};
-      const std::vector<unsigned> whole{text->ByteLength()};
-      EXPECT_EQ(sizes, found ? cut : whole);
+      EXPECT_EQ(text->IndexOf(c), k.findable(c) > 0 ? 1 : -1);
     }
   }
-  // An ASCII byte above 0x7F is found under its sign-extended value, and cut there; its widened
-  // 16-bit form is the same byte.
-  const char high[] = {'x', static_cast<char>(0xE9), 'y', 0};
-  String latin = Ascii(high);
+  // An ASCII byte above 0x7F is found under its sign-extended value, whose unit makes the same
+  // byte again.
+  String latin = Ascii("x\xE9y");
   EXPECT_EQ(latin->IndexOf(0xFFFFFFE9u), 1);
-  EXPECT_EQ(Pieces(latin->Split(0xFFFFFFE9u, false, 5)), (std::vector<std::string>{"x", "y"}));
-  EXPECT_TRUE(String(TextEncodingExp::MakeAscii(), latin[1]) == Ascii(high + 1)->Substring(0, 1));
-  EXPECT_EQ(Pieces(Ascii("a.b")->Split(0xE9u, false, 5)), (std::vector<std::string>{"a.b"}));
+  EXPECT_TRUE(String(TextEncodingExp::MakeAscii(), latin[1]) == latin->Substring(1, 1));
   // Past what each encoding can carry.
   EXPECT_THROW(static_cast<void>(U8("a")->Concat(0x80000000u)), CannotConvertException);
   EXPECT_THROW(static_cast<void>(Wide("a")->Concat(0x110000u)), CannotConvertException);

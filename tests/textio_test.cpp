@@ -17,35 +17,7 @@ namespace {
 
 using kiv::testing::Utf8;
 
-// Delivers a script of data pieces and time-outs, at most `max_read` bytes per read.
-class ScriptedInput : public kiv::SyncInputStreamItf {
- public:
-  struct Step {
-    std::string data;
-    bool timeout = false;
-  };
-  explicit ScriptedInput(std::vector<Step> steps, unsigned max_read = UINT_MAX)
-      : steps_(std::move(steps)), max_read_(max_read) {}
-  using kiv::SyncInputStreamItf::Read;
-  unsigned Read(void* dst, unsigned count, std::int64_t) override {
-    while (i_ < steps_.size() && !steps_[i_].timeout && off_ == steps_[i_].data.size()) {
-      ++i_;
-      off_ = 0;
-    }
-    if (i_ == steps_.size()) return 0;
-    if (steps_[i_++].timeout) throw kiv::IOTimeoutException();
-    --i_;
-    const unsigned n = std::min({count, max_read_, unsigned(steps_[i_].data.size() - off_)});
-    std::memcpy(dst, steps_[i_].data.data() + off_, n);
-    off_ += n;
-    return n;
-  }
-
- private:
-  std::vector<Step> steps_;
-  unsigned max_read_;
-  size_t i_ = 0, off_ = 0;
-};
+using kiv::testing::SplitInput;
 
 // Records every write; accepts at most `budget` bytes in all.
 class RecordingOutput : public kiv::SyncOutputStreamItf {
@@ -71,13 +43,6 @@ class RecordingOutput : public kiv::SyncOutputStreamItf {
   unsigned budget_;
 };
 
-kiv::Reader MakeReader(std::vector<ScriptedInput::Step> steps, const kiv::TextEncoding& enc,
-                       unsigned max_read = UINT_MAX, unsigned buffer = 4096) {
-  kiv::SyncInputStream in(new ScriptedInput(std::move(steps), max_read));
-  return kiv::ReaderExp::Make(kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(buffer), enc),
-                              -1);
-}
-
 std::string U16(const std::u16string& s) {
   return std::string(reinterpret_cast<const char*>(s.data()), s.size() * 2);
 }
@@ -90,37 +55,29 @@ std::vector<std::string> AllLines(kiv::Reader& reader) {
   return lines;
 }
 
-TEST(Reader, LinesKeepTheirEndingsAndEndWithTheEmptyString) {
-  kiv::Reader ascii = MakeReader({{"a\r\nb"}}, kiv::TextEncodingExp::MakeAscii());
-  EXPECT_EQ(AllLines(ascii), (std::vector<std::string>{"a\r\n", "b"}));
-  kiv::String line;
-  EXPECT_FALSE(ascii->ReadLine(line));  // and stays at the end
-
-  // In UTF-16 only the unit 10 ends a line: U+010A holds the byte 0x0A.
-  kiv::Reader wide = MakeReader({{U16(u"x\ny\u010Az\n")}}, kiv::TextEncodingExp::MakeUTF16());
-  EXPECT_EQ(AllLines(wide), (std::vector<std::string>{"x\n", "y\xC4\x8Az\n"}));
-}
-
-TEST(Reader, LongLinesComeBackWholeWhateverTheReadPattern) {
-  const std::string long_line = std::string(3000, 'x') + "\xC3\xA9\n";
-  for (unsigned buffer : {8u, 100u, 4096u}) {
-    for (unsigned max_read : {1u, 7u, UINT_MAX}) {
-      kiv::Reader reader =
-          MakeReader({{long_line + "tail"}}, kiv::TextEncodingExp::MakeUTF8(), max_read, buffer);
-      EXPECT_EQ(AllLines(reader), (std::vector<std::string>{long_line, "tail"}))
-          << buffer << " " << max_read;
-    }
-  }
-}
-
 TEST(Reader, TimeoutThrowsOnlyBeforeTheFirstByteOfALine) {
-  kiv::Reader reader = MakeReader({{"", true}, {"ab"}, {"", true}, {"c\nd"}},
-                                  kiv::TextEncodingExp::MakeAscii(), UINT_MAX, 16);
+  // Reads 0 and 2 time out, read 1 gives "ab".
+  kiv::SyncInputStream in(new SplitInput("abc\nd", {1, 2, 1, 100}, {0, 2}));
+  kiv::Reader reader =
+      kiv::ReaderExp::Make(kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(16),
+                                                         kiv::TextEncodingExp::MakeAscii()),
+                           -1);
   kiv::String line;
   EXPECT_THROW(reader->ReadLine(line), kiv::IOTimeoutException);
   EXPECT_TRUE(reader->ReadLine(line));
   EXPECT_EQ(Utf8(line), "ab");  // cut short by the time-out
   EXPECT_EQ(AllLines(reader), (std::vector<std::string>{"c\n", "d"}));
+  EXPECT_FALSE(reader->ReadLine(line));  // and stays at the end
+}
+
+// The first `n` results of ReadChar over `text` through an 8-byte read-ahead buffer.
+std::vector<std::uint32_t> ReadChars(const std::string& text, const kiv::TextEncoding& encoding,
+                                     unsigned max_read, std::size_t n) {
+  kiv::SyncInputStream in(new SplitInput(text, {max_read}));
+  kiv::TextInputStream tis = kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(8), encoding);
+  std::vector<std::uint32_t> got;
+  while (got.size() < n) got.push_back(tis->ReadChar(-1));
+  return got;
 }
 
 // Each character comes back as one 16-bit unit; one that needs two (above U+FFFF in UTF-8 or
@@ -162,32 +119,21 @@ TEST(TextInputStream, ReadCharGivesOneUnitPerCharacterWhereverTheBufferEnds) {
                                           << ", read " << max_read);
         std::string text;
         for (unsigned n = 0; n < shift; ++n) text += k.unit_x;
-        text += k.text;
-        kiv::SyncInputStream in(new ScriptedInput({{text}}, max_read));
-        kiv::TextInputStream tis =
-            kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(8), k.encoding);
         std::vector<std::uint32_t> expected(shift, 'x');
         expected.insert(expected.end(), k.chars.begin(), k.chars.end());
         expected.push_back(0);  // end of data
-        std::vector<std::uint32_t> got;
-        for (size_t n = 0; n < expected.size(); ++n) got.push_back(tis->ReadChar(-1));
-        EXPECT_EQ(got, expected);
+        EXPECT_EQ(ReadChars(text + k.text, k.encoding, max_read, expected.size()), expected);
       }
     }
   }
 
   // Malformed UTF-8 and a character cut off by the end of data read as 0 and are consumed.
-  kiv::SyncInputStream in(new ScriptedInput({{"\xFF"
-                                              "b\xE2\x82"}},
-                                            1));
-  kiv::TextInputStream tis =
-      kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(8), kiv::TextEncodingExp::MakeUTF8());
-  std::vector<std::uint32_t> chars;
-  for (int i = 0; i < 4; ++i) chars.push_back(tis->ReadChar(-1));
-  EXPECT_EQ(chars, (std::vector<std::uint32_t>{0, 'b', 0, 0}));
+  EXPECT_EQ(ReadChars(std::string("\xFF") + "b\xE2\x82", kiv::TextEncodingExp::MakeUTF8(), 1, 4),
+            (std::vector<std::uint32_t>{0, 'b', 0, 0}));
 
   // The reader forwards: a character above U+FFFF is a failed read, then the next one follows.
-  kiv::Reader reader = MakeReader({{"\xF0\x9F\x98\x80z"}}, kiv::TextEncodingExp::MakeUTF8());
+  kiv::Reader reader =
+      kiv::testing::MakeReader("\xF0\x9F\x98\x80z", kiv::TextEncodingExp::MakeUTF8());
   unsigned short unit = 1;
   EXPECT_FALSE(reader->ReadChar(unit));
   EXPECT_EQ(unit, 0);
@@ -197,7 +143,7 @@ TEST(TextInputStream, ReadCharGivesOneUnitPerCharacterWhereverTheBufferEnds) {
 }
 
 TEST(TextInputStream, ReadLineNeverWritesPastTheRoomGiven) {
-  kiv::SyncInputStream in(new ScriptedInput({{U16(u"abcdef\n")}}));
+  kiv::SyncInputStream in(new SplitInput(U16(u"abcdef\n")));
   kiv::TextInputStream tis = kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(64),
                                                            kiv::TextEncodingExp::MakeUTF16());
   char out[16];
@@ -217,51 +163,34 @@ std::string Written(const kiv::TextEncoding& enc, void (*write)(kiv::Writer&)) {
   return raw->All();
 }
 
-TEST(Writer, CTextIsSentUnchangedOrConverted) {
-  EXPECT_EQ(Written(kiv::TextEncodingExp::MakeAscii(), [](kiv::Writer& w) { w->Write("abc"); }),
-            "abc");
-  // Non-ASCII C text reaches an ASCII writer through conversion, which writes '.' for it.
-  EXPECT_EQ(
-      Written(kiv::TextEncodingExp::MakeAscii(), [](kiv::Writer& w) { w->Write("\xC3\xA9"); }),
-      ".");
-  EXPECT_EQ(Written(kiv::TextEncodingExp::MakeUTF8(), [](kiv::Writer& w) { w->Write("\xC3\xA9"); }),
-            "\xC3\xA9");
-  EXPECT_EQ(
-      Written(kiv::TextEncodingExp::MakeUTF16(), [](kiv::Writer& w) { w->Write("a\xC3\xA9"); }),
-      U16(u"a\u00E9"));
-}
-
-TEST(Writer, NumbersAndCharacters) {
-  EXPECT_EQ(Written(kiv::TextEncodingExp::MakeUTF8(),
+TEST(Writer, TextNumbersAndCharacters) {
+  const kiv::TextEncoding ascii = kiv::TextEncodingExp::MakeAscii(),
+                          utf8 = kiv::TextEncodingExp::MakeUTF8(),
+                          utf16 = kiv::TextEncodingExp::MakeUTF16();
+  // C text is sent unchanged or converted; an ASCII writer writes '.' for what it cannot hold.
+  EXPECT_EQ(Written(ascii, [](kiv::Writer& w) { w->Write("abc"); }), "abc");
+  EXPECT_EQ(Written(ascii, [](kiv::Writer& w) { w->Write("\xC3\xA9"); }), ".");
+  EXPECT_EQ(Written(utf8, [](kiv::Writer& w) { w->Write("\xC3\xA9"); }), "\xC3\xA9");
+  EXPECT_EQ(Written(utf16, [](kiv::Writer& w) { w->Write("a\xC3\xA9"); }), U16(u"a\u00E9"));
+  EXPECT_EQ(Written(utf8,
                     [](kiv::Writer& w) {
-                      w->Write(INT32_MIN);
-                      w->Write(' ');
-                      w->Write(UINT32_MAX);
-                      w->Write(' ');
-                      w->Write(INT64_MIN);
-                      w->Write(' ');
-                      w->Write(UINT64_MAX);
-                      w->Write(' ');
-                      w->Write(0.5);
-                      w->Write(' ');
-                      w->WriteHex(255, 4);
-                      w->WriteChar(0x20AC);
-                      w->WriteChar(0x1F600);
+                      w->Write(INT32_MIN), w->Write(' '), w->Write(UINT32_MAX), w->Write(' ');
+                      w->Write(INT64_MIN), w->Write(' '), w->Write(UINT64_MAX), w->Write(' ');
+                      w->Write(0.5), w->Write(' '), w->WriteHex(255, 4);
+                      w->WriteChar(0x20AC), w->WriteChar(0x1F600);
                       w->Write('\xE9');  // Latin-1
                       w->NewLine();
                     }),
             "-2147483648 4294967295 -9223372036854775808 18446744073709551615 0.5 00ff"
             "\xE2\x82\xAC\xF0\x9F\x98\x80\xC3\xA9\n");
-  EXPECT_EQ(Written(kiv::TextEncodingExp::MakeUTF16(),
+  EXPECT_EQ(Written(utf16,
                     [](kiv::Writer& w) {
-                      w->Write(42);
-                      w->WriteChar(0x1F600);
+                      w->Write(42), w->WriteChar(0x1F600);
                       w->WriteLine(kiv::testing::Wide("ok"));
                     }),
             U16(u"42\U0001F600ok\n"));
-  EXPECT_THROW(
-      Written(kiv::TextEncodingExp::MakeUTF8(), [](kiv::Writer& w) { w->WriteChar(0x110000); }),
-      kiv::CannotConvertException);
+  EXPECT_THROW(Written(utf8, [](kiv::Writer& w) { w->WriteChar(0x110000); }),
+               kiv::CannotConvertException);
 }
 
 TEST(Writer, ReportsAStreamThatStopsAccepting) {
