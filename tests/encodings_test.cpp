@@ -5,6 +5,8 @@
 
 #include <kiv/string.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <random>
 #include <string>
@@ -85,6 +87,54 @@ TEST(Encodings, DataAtBoundsDifferBetweenFixedAndUtf8) {
   unsigned length = Len(u);
   EXPECT_EQ(utf8->DataAt(u.data(), length, 2), u.data() + 3);  // the writable form
   EXPECT_EQ(length, 1u);
+}
+
+// Compare skips equal runs a word at a time; its result must stay that of comparing unit by unit
+// (the first differing units' difference, else the byte lengths'), wherever the difference lies.
+TEST(Encodings, CompareMatchesUnitByUnitAtEveryOffset) {
+  struct Case {
+    TextEncoding encoding;
+    unsigned unit;
+    std::int64_t (*value)(const unsigned char*);
+  };
+  const Case cases[] = {
+      {TextEncodingExp::MakeAscii(), 1,
+       [](const unsigned char* p) -> std::int64_t { return static_cast<signed char>(*p); }},
+      {TextEncodingExp::MakeUTF8(), 1, [](const unsigned char* p) -> std::int64_t { return *p; }},
+      {TextEncodingExp::MakeUTF16(), 2,
+       [](const unsigned char* p) -> std::int64_t {
+         std::uint16_t u;
+         std::memcpy(&u, p, 2);
+         return u;
+       }},
+      {TextEncodingExp::MakeUTF32(), 4, [](const unsigned char* p) -> std::int64_t {
+         std::uint32_t u;
+         std::memcpy(&u, p, 4);
+         return u;
+       }}};
+  std::mt19937 rng(7);
+  for (const Case& c : cases) {
+    for (int round = 0; round < 2000; ++round) {
+      std::vector<unsigned char> a(c.unit * (rng() % 40)), b;
+      for (auto& byte : a) byte = static_cast<unsigned char>(rng() % 4 == 0 ? rng() : 'a');
+      b.assign(a.begin(),
+               a.begin() + static_cast<long>(c.unit * (rng() % (a.size() / c.unit + 1))));
+      for (unsigned extra = rng() % 20 * c.unit; extra > 0; --extra) {
+        b.push_back(static_cast<unsigned char>(rng() % 2 ? rng() : 'a'));
+      }
+      const auto la = static_cast<unsigned>(a.size()), lb = static_cast<unsigned>(b.size());
+      std::int64_t expected = static_cast<std::int64_t>(la) - lb;
+      for (unsigned i = 0; i < std::min(la, lb); i += c.unit) {
+        const std::int64_t d = c.value(&a[i]) - c.value(&b[i]);
+        if (d != 0) {
+          expected = std::clamp<std::int64_t>(d, INT32_MIN, INT32_MAX);
+          break;
+        }
+      }
+      ASSERT_EQ(c.encoding->Compare(a.data(), la, b.data(), lb), expected)
+          << c.unit << " " << round;
+    }
+  }
 }
 
 TEST(Encodings, SearchAndCompareSignedness) {
