@@ -6,6 +6,7 @@
 
 #include "io/textio_impl.h"
 #include "kiv/exception.h"
+#include "unicode/utf_codec.h"
 
 namespace kiv {
 
@@ -225,23 +226,14 @@ bool WriterImpl::WriteChar(std::uint32_t c) {
     const auto byte = static_cast<unsigned char>(c);
     return WriteBytes(&byte, 1) == 1;
   }
-  if (c >= 0x110000 || (c >= 0xD800 && c < 0xE000 && !is_utf16_)) throw CannotConvertException();
+  if (c > codec::kMaxScalar || (codec::IsSurrogate(c) && !is_utf16_)) {
+    throw CannotConvertException();
+  }
   // The Unicode encodings are written here directly: the library's conversions go through
   // 16-bit units one at a time and would write a surrogate pair as two separate characters.
   if (is_utf8_) {
-    unsigned char bytes[4];
-    unsigned n = 0;
-    if (c < 0x800) {
-      bytes[n++] = static_cast<unsigned char>(0xC0 | (c >> 6));
-    } else if (c < 0x10000) {
-      bytes[n++] = static_cast<unsigned char>(0xE0 | (c >> 12));
-      bytes[n++] = static_cast<unsigned char>(0x80 | ((c >> 6) & 0x3F));
-    } else {
-      bytes[n++] = static_cast<unsigned char>(0xF0 | (c >> 18));
-      bytes[n++] = static_cast<unsigned char>(0x80 | ((c >> 12) & 0x3F));
-      bytes[n++] = static_cast<unsigned char>(0x80 | ((c >> 6) & 0x3F));
-    }
-    bytes[n++] = static_cast<unsigned char>(0x80 | (c & 0x3F));
+    unsigned char bytes[codec::kStandardUtf8MaxLength];
+    const auto n = static_cast<unsigned>(codec::Utf8Encode(bytes, bytes + sizeof bytes, c));
     return WriteBytes(bytes, n) == n;
   }
   if (is_utf32_) return WriteBytes(&c, 4) == 4;

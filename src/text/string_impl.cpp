@@ -7,9 +7,9 @@
 
 #include "kiv/containers.h"
 #include "kiv/exception.h"
-#include "text/converters/utf8_codec.h"
 #include "text/encodings/encoding_impls.h"
 #include "text/string_impl.h"
+#include "unicode/utf_codec.h"
 
 namespace kiv {
 
@@ -153,7 +153,7 @@ unsigned FirstCharacterBytes(const TextEncodingItf& encoding, const void* data, 
     case Layout::kUtf8: {
       const auto* p = static_cast<const unsigned char*>(data);
       std::uint32_t value = 0;
-      int n = codec::Utf8Decode(p, p + length, value);
+      int n = codec::LenientUtf8Decode(p, p + length, value);
       if (n <= 0) throw CannotConvertException();
       return static_cast<unsigned>(n);
     }

@@ -25,7 +25,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "text/converters/utf8_codec.h"
+#include "unicode/utf_codec.h"
 
 #if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
 #define KIV_FAST_X86 1
@@ -50,32 +50,32 @@ inline int DecodeCommon(const unsigned char* p, std::uint32_t& value) noexcept {
     return 1;
   }
   const unsigned b1 = p[1];
-  if ((b1 & 0xC0) != 0x80) return 0;
+  if (!codec::IsUtf8Continuation(b1)) return 0;
   if (b0 < 0xE0) {
     if (b0 < 0xC2) return 0;  // continuation byte as lead, or overlong
     value = ((b0 & 0x1F) << 6) | (b1 & 0x3F);
     return 2;
   }
   const unsigned b2 = p[2];
-  if ((b2 & 0xC0) != 0x80) return 0;
+  if (!codec::IsUtf8Continuation(b2)) return 0;
   if (b0 < 0xF0) {
     value = ((b0 & 0x0F) << 12) | ((b1 & 0x3F) << 6) | (b2 & 0x3F);
     return value >= 0x800 && !(kStandard && codec::IsSurrogate(value)) ? 3 : 0;
   }
   const unsigned b3 = p[3];
-  if ((b3 & 0xC0) != 0x80 || b0 >= 0xF8) return 0;
+  if (!codec::IsUtf8Continuation(b3) || b0 >= 0xF8) return 0;
   value = ((b0 & 0x07) << 18) | ((b1 & 0x3F) << 12) | ((b2 & 0x3F) << 6) | (b3 & 0x3F);
-  return value >= 0x10000 && value < 0x110000 ? 4 : 0;
+  return value >= codec::kFirstSupplementary && value <= codec::kMaxScalar ? 4 : 0;
 }
 
-// Writes `value` (below 0x110000) as one unit or a surrogate pair; returns the bytes written.
+// Writes `value` (at most kMaxScalar) as one unit or a surrogate pair; returns the bytes written.
 inline unsigned PutUnits(unsigned char* o, std::uint32_t value) noexcept {
-  if (value < 0x10000) {
+  if (value < codec::kFirstSupplementary) {
     codec::Store16(o, static_cast<std::uint16_t>(value));
     return 2;
   }
-  codec::Store16(o, static_cast<std::uint16_t>(0xD800 + ((value - 0x10000) >> 10)));
-  codec::Store16(o + 2, static_cast<std::uint16_t>(0xDC00 + (value & 0x3FF)));
+  codec::Store16(o, codec::LeadSurrogateOf(value));
+  codec::Store16(o + 2, codec::TrailSurrogateOf(value));
   return 4;
 }
 
@@ -144,10 +144,9 @@ void Utf16ToUtf8Scalar(unsigned char* out, unsigned out_size, const unsigned cha
 // that end inside it: all of them, unless the last character runs past the end.
 inline unsigned WholeCharacters(const unsigned char* p, unsigned block) noexcept {
   unsigned last = block;
-  while (last > 0 && (p[last - 1] & 0xC0) == 0x80) --last;
+  while (last > 0 && codec::IsUtf8Continuation(p[last - 1])) --last;
   if (last == 0) return block;
-  const unsigned lead = p[last - 1];
-  const unsigned length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+  const auto length = static_cast<unsigned>(codec::Utf8SequenceLength(p[last - 1]));
   return last - 1 + length <= block ? block : last - 1;
 }
 
