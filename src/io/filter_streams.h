@@ -10,6 +10,7 @@
 #include <string_view>
 #include <vector>
 
+#include "io/stream_helpers.h"
 #include "kiv/buffer.h"
 #include "kiv/converters.h"
 #include "kiv/filters.h"
@@ -17,9 +18,6 @@
 #include "kiv/streams.h"
 
 namespace kiv {
-
-// Writes all `count` bytes to `out`, repeating while it takes some; returns the bytes taken.
-unsigned WriteFully(SyncOutputStreamItf& out, const void* src, unsigned count);
 
 // Converts what is read from the wrapped stream. Unconverted input waits in a 1024-byte store; a
 // converted character that does not fit in the caller's room waits in an overflow store and is

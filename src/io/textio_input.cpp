@@ -108,13 +108,12 @@ bool TextInputStreamImpl::IsRandomAccess() const { return in_->IsRandomAccess();
 
 Ref<StreamMarkerItf> TextInputStreamImpl::ToStreamMarker() {
   if (!in_->IsRandomAccess()) return in_->ToStreamMarker();
-  return Ref<StreamMarkerItf>(static_cast<StreamMarkerItf*>(this));
+  return Ref<StreamMarkerItf>(this);
 }
 
 Ref<StreamMarkerItf> TextInputStreamImpl::ToStreamMarker() const {
   if (!in_->IsRandomAccess()) return in_->ToStreamMarker();
-  return Ref<StreamMarkerItf>(
-      static_cast<const StreamMarkerItf*>(const_cast<TextInputStreamImpl*>(this)));
+  return Ref<StreamMarkerItf>(this);
 }
 
 std::int64_t TextInputStreamImpl::GetLength() { return in_->ToStreamMarker()->GetLength(); }

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "io/stream_helpers.h"
 #include "io/textio_impl.h"
 #include "kiv/exception.h"
 #include "unicode/utf_codec.h"
@@ -66,16 +67,7 @@ unsigned LineModeSyncOutputStream::LastLineEnd() {
 bool LineModeSyncOutputStream::Push(unsigned n) {
   if (n == 0) return true;
   const auto* data = static_cast<const unsigned char*>(line_->GetData());
-  unsigned sent = 0;
-  bool refused = false;
-  while (sent < n) {
-    const unsigned taken = Wrapped()->Write(data + sent, n - sent);
-    if (taken == 0) {
-      refused = true;
-      break;
-    }
-    sent += std::min(taken, n - sent);
-  }
+  const unsigned sent = WriteFully(Wrapped().GetObjRef(), data, n);
   if (sent > 0) {
     held_ -= sent;
     if (held_ > 0) std::memmove(line_->GetData(), data + sent, held_);
@@ -83,7 +75,7 @@ bool LineModeSyncOutputStream::Push(unsigned n) {
     complete_ = complete_ > sent ? complete_ - sent : 0;
     phase_ = (phase_ + sent) % unit_;
   }
-  return !refused;
+  return sent == n;
 }
 
 unsigned LineModeSyncOutputStream::Write(const void* src, unsigned count) {
@@ -179,14 +171,7 @@ unsigned WriterImpl::WriteBytes(const void* data, unsigned count) {
   if (data == nullptr || count == 0) return 0;
   SyncOutputStreamItf& out =
       line_mode_ ? static_cast<SyncOutputStreamItf&>(*line_.Get()) : raw_.GetObjRef();
-  const auto* p = static_cast<const unsigned char*>(data);
-  unsigned done = 0;
-  while (done < count) {
-    const unsigned taken = out.Write(p + done, count - done);
-    if (taken == 0) break;
-    done += std::min(taken, count - done);
-  }
-  return done;
+  return WriteFully(out, data, count);
 }
 
 bool WriterImpl::Write(const String& text) {
