@@ -38,6 +38,11 @@ class FilterSyncInStream : public SyncInputStreamWrapper {
   unsigned Refill(unsigned room, std::int64_t timeout);
   // Drops the first `n` unconverted bytes.
   void Consume(unsigned n) noexcept;
+  // Delivers what waits in the overflow store, as much as `count` takes; returns the bytes.
+  unsigned TakeOverflow(unsigned char* out, unsigned count) noexcept;
+  // For a caller whose room of `out_size` bytes holds not even one character: converts into the
+  // overflow store, of the size the converter asks for, and delivers from there.
+  unsigned ConvertThroughOverflow(unsigned char* out, unsigned count, unsigned out_size);
 
   BlockConverter converter_;
   unsigned char input_[kInputSize];

@@ -14,9 +14,9 @@ namespace kiv {
 
 namespace {
 
-// A string counts its bytes in `unsigned`, with room for a four-byte terminator behind them.
+// A string counts its bytes in `unsigned`, with the terminator room behind them.
 unsigned CheckedBytes(std::size_t bytes) {
-  if (bytes > std::numeric_limits<unsigned>::max() - 4) {
+  if (bytes > std::numeric_limits<unsigned>::max() - kTerminatorRoom) {
     throw std::length_error("kiv::String: text of 4 GiB or more");
   }
   return static_cast<unsigned>(bytes);
