@@ -121,16 +121,6 @@ bool TeeSyncOutStream::IsRandomAccess() const {
   return first_->IsRandomAccess() && second_->IsRandomAccess();
 }
 
-Ref<StreamMarkerItf> TeeSyncOutStream::ToStreamMarker() {
-  if (!IsRandomAccess()) return SyncOutputStreamItf::ToStreamMarker();
-  return Ref<StreamMarkerItf>(this);
-}
-
-Ref<StreamMarkerItf> TeeSyncOutStream::ToStreamMarker() const {
-  if (!IsRandomAccess()) return SyncOutputStreamItf::ToStreamMarker();
-  return Ref<StreamMarkerItf>(this);
-}
-
 std::int64_t TeeSyncOutStream::GetLength() { return first_->ToStreamMarker()->GetLength(); }
 
 std::int64_t TeeSyncOutStream::GetPosition() { return first_->ToStreamMarker()->GetPosition(); }
@@ -176,16 +166,6 @@ std::int32_t LoggingSyncInputStream::Read(std::int64_t timeout) {
 }
 
 bool LoggingSyncInputStream::IsRandomAccess() const { return in_->IsRandomAccess(); }
-
-Ref<StreamMarkerItf> LoggingSyncInputStream::ToStreamMarker() {
-  if (!in_->IsRandomAccess()) return in_->ToStreamMarker();
-  return Ref<StreamMarkerItf>(this);
-}
-
-Ref<StreamMarkerItf> LoggingSyncInputStream::ToStreamMarker() const {
-  if (!in_->IsRandomAccess()) return in_->ToStreamMarker();
-  return Ref<StreamMarkerItf>(this);
-}
 
 std::int64_t LoggingSyncInputStream::GetLength() { return in_->ToStreamMarker()->GetLength(); }
 
@@ -234,18 +214,6 @@ void MTSyncOutputStreamImpl::Flush() {
 bool MTSyncOutputStreamImpl::IsRandomAccess() const {
   ObjectLockGuard guard(lock_);
   return out_->IsRandomAccess();
-}
-
-Ref<StreamMarkerItf> MTSyncOutputStreamImpl::ToStreamMarker() {
-  ObjectLockGuard guard(lock_);
-  out_->ToStreamMarker();  // throws NotRandomAccessException when `out` has no marker
-  return Ref<StreamMarkerItf>(this);
-}
-
-Ref<StreamMarkerItf> MTSyncOutputStreamImpl::ToStreamMarker() const {
-  ObjectLockGuard guard(lock_);
-  out_->ToStreamMarker();
-  return Ref<StreamMarkerItf>(this);
 }
 
 std::int64_t MTSyncOutputStreamImpl::GetLength() {

@@ -239,7 +239,7 @@ class DefaultTimeoutSyncInputStreamImpl : public SyncInputStreamWrapper {
 // Writes to a primary stream and copies what it accepted to a secondary one, best effort. Its
 // marker, when both are random access, reports the first stream's length and position and moves
 // both (the second one's failures dropped).
-class TeeSyncOutStream : public StreamMarkerItf, public SyncOutputStreamItf {
+class TeeSyncOutStream : public SelfMarkedStream<TeeSyncOutStream, SyncOutputStreamItf> {
  public:
   TeeSyncOutStream(const SyncOutputStream& first, const SyncOutputStream& second);
   ~TeeSyncOutStream() override;
@@ -249,20 +249,25 @@ class TeeSyncOutStream : public StreamMarkerItf, public SyncOutputStreamItf {
   bool Write(unsigned char byte) override;
   void Flush() override;
   bool IsRandomAccess() const override;
-  Ref<StreamMarkerItf> ToStreamMarker() override;
-  Ref<StreamMarkerItf> ToStreamMarker() const override;
 
   std::int64_t GetLength() override;
   std::int64_t GetPosition() override;
   void SetPosition(std::int64_t pos) override;
 
  private:
+  friend SelfMarkedStream;
+  template <class Self>
+  static Ref<StreamMarkerItf> Marker(Self& self) {
+    if (!self.IsRandomAccess()) return self.SyncOutputStreamItf::ToStreamMarker();
+    return Ref<StreamMarkerItf>(&self);
+  }
+
   SyncOutputStream first_;
   SyncOutputStream second_;
 };
 
 // Copies everything read to a log stream, whose failures are dropped.
-class LoggingSyncInputStream : public StreamMarkerItf, public SyncInputStreamItf {
+class LoggingSyncInputStream : public SelfMarkedStream<LoggingSyncInputStream, SyncInputStreamItf> {
  public:
   LoggingSyncInputStream(const SyncInputStream& in, const SyncOutputStream& log);
   ~LoggingSyncInputStream() override;
@@ -271,8 +276,6 @@ class LoggingSyncInputStream : public StreamMarkerItf, public SyncInputStreamItf
   // KEPT: a byte of value 0 read singly is not logged (the bulk read logs every byte).
   std::int32_t Read(std::int64_t timeout) override;
   bool IsRandomAccess() const override;
-  Ref<StreamMarkerItf> ToStreamMarker() override;
-  Ref<StreamMarkerItf> ToStreamMarker() const override;
 
   std::int64_t GetLength() override;
   std::int64_t GetPosition() override;
@@ -281,13 +284,21 @@ class LoggingSyncInputStream : public StreamMarkerItf, public SyncInputStreamItf
   void SetPosition(std::int64_t pos) override;
 
  private:
+  friend SelfMarkedStream;
+  template <class Self>
+  static Ref<StreamMarkerItf> Marker(Self& self) {
+    if (!self.in_->IsRandomAccess()) return self.in_->ToStreamMarker();
+    return Ref<StreamMarkerItf>(&self);
+  }
+
   SyncInputStream in_;
   SyncOutputStream log_;
 };
 
 // Runs every operation of the wrapped stream under one lock. Its marker operations run under the
 // same lock.
-class MTSyncOutputStreamImpl : public StreamMarkerItf, public SyncOutputStreamItf {
+class MTSyncOutputStreamImpl
+    : public SelfMarkedStream<MTSyncOutputStreamImpl, SyncOutputStreamItf> {
  public:
   explicit MTSyncOutputStreamImpl(const SyncOutputStream& out);
   ~MTSyncOutputStreamImpl() override;
@@ -297,14 +308,20 @@ class MTSyncOutputStreamImpl : public StreamMarkerItf, public SyncOutputStreamIt
   bool Write(unsigned char byte) override;
   void Flush() override;
   bool IsRandomAccess() const override;
-  Ref<StreamMarkerItf> ToStreamMarker() override;
-  Ref<StreamMarkerItf> ToStreamMarker() const override;
 
   std::int64_t GetLength() override;
   std::int64_t GetPosition() override;
   void SetPosition(std::int64_t pos) override;
 
  private:
+  friend SelfMarkedStream;
+  template <class Self>
+  static Ref<StreamMarkerItf> Marker(Self& self) {
+    ObjectLockGuard guard(self.lock_);
+    self.out_->ToStreamMarker();  // throws NotRandomAccessException when `out` has no marker
+    return Ref<StreamMarkerItf>(&self);
+  }
+
   SyncOutputStream out_;
   ObjectLock lock_;
 };
