@@ -1,6 +1,6 @@
 // The one home of character coding: UTF-8 in two forms, UTF-16 units and surrogates, and unaligned
 // access to 16- and 32-bit code units (text buffers handed to converters may start at any byte).
-// Every layer that codes a character by hand uses these (the platform's UTF-8 names of files and
+// Every layer codes characters through these (the platform's UTF-8 names of files and
 // environment variables included), so the header sits in its own folder below all the others and
 // includes nothing of the library.
 //
