@@ -16,7 +16,9 @@ import sys
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 
 # Lowest first. A folder may include from its own folder and from every folder before it.
-LAYERS = ["platform", "core", "text", "collections", "io", "resource", "config", "services"]
+# "unicode" is the character codec alone, header-only and free of the library, so that the
+# platform layer's UTF-8 names code characters as the text layer does.
+LAYERS = ["unicode", "platform", "core", "text", "collections", "io", "resource", "config", "services"]
 
 # Uses of a higher layer that the design wants, (user, used): reason.
 EXCEPTIONS = {

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "kiv/exception.h"
+#include "platform/type_name.h"
 
 namespace kiv {
 
@@ -23,7 +24,7 @@ AssertException::~AssertException() = default;
 namespace {
 
 char* ShortNameCopy(const char* type_name) {
-  char name[1024];
+  char name[platform::kTypeNameRoom];
   unsigned n = RTTI2ClassName(name, sizeof name, type_name);
   char* copy = new char[n + 1];
   std::memcpy(copy, name, n + 1);

@@ -3,6 +3,7 @@
 #include "kiv/buffer.h"
 #include "kiv/encodings.h"
 #include "kiv/numbers.h"
+#include "platform/type_name.h"
 
 namespace kiv {
 
@@ -10,7 +11,7 @@ Exception::~Exception() = default;
 
 String Exception::ToString() const {
   try {
-    unsigned short name[1024];
+    unsigned short name[platform::kTypeNameRoom];
     unsigned bytes = GetClassName(name, sizeof name);
     return String(TextEncodingExp::MakeAppDefault(), static_cast<void*>(name), bytes);
   } catch (...) {

@@ -100,7 +100,7 @@ unsigned RefCount::GetClassName(char* buffer, unsigned size) const noexcept {
   const char* fixed = nullptr;
   try {
     const std::type_info& type = typeid(*this);
-    char readable[1024];
+    char readable[platform::kTypeNameRoom];
     const char* name = platform::ReadableTypeName(type, readable, sizeof readable);
     if (name != nullptr) return RTTI2ClassName(buffer, size, name);
     fixed = "<unknown>";
@@ -172,13 +172,13 @@ void* Object::DynamicCast(void* (*cast)(RefCount*)) const {
 }
 
 void Object::DereferencingNULLObj(const char* type_name) {
-  char name[1024];
+  char name[platform::kTypeNameRoom];
   RTTI2ClassName(name, sizeof name, type_name);
   throw NullPointerException(String(TextEncodingExp::MakeAscii(), static_cast<void*>(name)), true);
 }
 
 void Object::DereferencingNULLObj(const std::type_info& type) {
-  char readable[1024];
+  char readable[platform::kTypeNameRoom];
   const char* name = platform::ReadableTypeName(type, readable, sizeof readable);
   DereferencingNULLObj(name != nullptr ? name : "<unknown>");
 }

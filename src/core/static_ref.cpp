@@ -21,7 +21,7 @@ StaticRefBase::~StaticRefBase() {
   destroyed_ = true;
   void* seen = platform::InterlockedLoadPointer(&object_);
   if (seen == nullptr) return;
-  char name[1024];
+  char name[platform::kTypeNameRoom];
   GetClassName(name, sizeof name);
   try {
     RefCount* counted = caster_(seen);
@@ -45,7 +45,7 @@ void* StaticRefBase::GetObject(bool fatal, void* (*factory)(), RefCount* (*caste
 
 void StaticRefBase::AllocObject(bool fatal, bool rethrow, void* (*factory)(),
                                 RefCount* (*caster)(void*)) {
-  char name[1024];
+  char name[platform::kTypeNameRoom];
   if (destroyed_) {
     GetClassName(name, sizeof name);
     throw std::logic_error(name);
@@ -84,7 +84,7 @@ void StaticRefBase::ReplaceObject(void* new_object, RefCount* (*caster)(void*)) 
 
 const char* StaticRefBase::GetClassName(char* buffer, unsigned size) const noexcept {
   if (buffer == nullptr || size == 0) return buffer;
-  char readable[1024];
+  char readable[platform::kTypeNameRoom];
   const char* name = platform::ReadableTypeName(*holder_type_, readable, sizeof readable);
   RTTI2ClassName(buffer, size, name != nullptr ? name : "kiv::StaticRefBase");
   return buffer;

@@ -2,6 +2,7 @@
 #include <cstdio>
 
 #include "kiv/exception.h"
+#include "platform/type_name.h"
 
 namespace kiv {
 
@@ -14,7 +15,7 @@ int TracePrint(const char* format, ...) {
 }
 
 int TracePrintObj(const char* format, const char* text, const RefCount* object) {
-  char name[1024] = "NULL";
+  char name[platform::kTypeNameRoom] = "NULL";
   if (object != nullptr) object->GetClassName(name, sizeof name);
 #if defined(__GNUC__)
 #pragma GCC diagnostic push

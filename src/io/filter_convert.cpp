@@ -51,16 +51,43 @@ unsigned FilterSyncInStream::Refill(unsigned room, std::int64_t timeout) {
   return got;
 }
 
+unsigned FilterSyncInStream::TakeOverflow(unsigned char* out, unsigned count) noexcept {
+  const unsigned n = std::min(count, overflow_pending_);
+  std::memcpy(out, static_cast<unsigned char*>(overflow_->GetData()) + overflow_offset_, n);
+  overflow_offset_ += n;
+  overflow_pending_ -= n;
+  return n;
+}
+
+unsigned FilterSyncInStream::ConvertThroughOverflow(unsigned char* out, unsigned count,
+                                                    unsigned out_size) {
+  unsigned need = 0;
+  unsigned sized_in = input_length_;
+  converter_->ComputeSizes(need, out_pos_, input_, sized_in, in_pos_, false);
+  if (need == 0) need = out_size;
+  if (need == 0) throw DataConverterBufferException(0);
+  if (overflow_->GetSize() < need) overflow_ = BufferExp::Make(need);
+  unsigned overflow_size = need;
+  unsigned in_size = input_length_;
+  const unsigned overflow_before = in_pos_;
+  const DataConverterItf::BufferResult again = converter_->Convert(
+      overflow_->GetData(), overflow_size, out_pos_, input_, in_size, in_pos_, false);
+  if (in_pos_ == overflow_before || overflow_size == 0) {
+    throw DataConverterBufferException(need);
+  }
+  Consume(in_size);
+  last_ = again;
+  overflow_offset_ = 0;
+  overflow_pending_ = std::min(overflow_size, overflow_->GetSize());
+  return TakeOverflow(out, count);
+}
+
 unsigned FilterSyncInStream::Read(void* dst, unsigned count, std::int64_t timeout) {
   if (dst == nullptr || count == 0) return 0;
   auto* out = static_cast<unsigned char*>(dst);
   unsigned delivered = 0;
   if (overflow_pending_ > 0) {
-    delivered = std::min(count, overflow_pending_);
-    std::memcpy(out, static_cast<unsigned char*>(overflow_->GetData()) + overflow_offset_,
-                delivered);
-    overflow_offset_ += delivered;
-    overflow_pending_ -= delivered;
+    delivered = TakeOverflow(out, count);
     if (overflow_pending_ > 0) return delivered;
   }
   while (delivered < count) {
@@ -94,31 +121,7 @@ unsigned FilterSyncInStream::Read(void* dst, unsigned count, std::int64_t timeou
     if (result == DataConverterItf::ResultInputIncomplete) continue;
     // ResultOutputTooSmall.
     if (delivered > 0) return delivered;
-    // Not even one character fits in the caller's room: convert into the overflow store, of the
-    // size the converter asks for, and deliver from there.
-    unsigned need = 0;
-    unsigned sized_in = input_length_;
-    converter_->ComputeSizes(need, out_pos_, input_, sized_in, in_pos_, false);
-    if (need == 0) need = out_size;
-    if (need == 0) throw DataConverterBufferException(0);
-    if (overflow_->GetSize() < need) overflow_ = BufferExp::Make(need);
-    unsigned overflow_size = need;
-    in_size = input_length_;
-    const unsigned overflow_before = in_pos_;
-    const DataConverterItf::BufferResult again = converter_->Convert(
-        overflow_->GetData(), overflow_size, out_pos_, input_, in_size, in_pos_, false);
-    if (in_pos_ == overflow_before || overflow_size == 0) {
-      throw DataConverterBufferException(need);
-    }
-    Consume(in_size);
-    last_ = again;
-    overflow_offset_ = 0;
-    overflow_pending_ = std::min(overflow_size, overflow_->GetSize());
-    delivered = std::min(count, overflow_pending_);
-    std::memcpy(out, overflow_->GetData(), delivered);
-    overflow_offset_ = delivered;
-    overflow_pending_ -= delivered;
-    return delivered;
+    return ConvertThroughOverflow(out, count, out_size);
   }
   return delivered;
 }

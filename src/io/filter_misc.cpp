@@ -10,17 +10,6 @@
 
 namespace kiv {
 
-unsigned WriteFully(SyncOutputStreamItf& out, const void* src, unsigned count) {
-  const auto* p = static_cast<const unsigned char*>(src);
-  unsigned done = 0;
-  while (done < count) {
-    const unsigned taken = out.Write(p + done, count - done);
-    if (taken == 0) break;
-    done += std::min(taken, count - done);
-  }
-  return done;
-}
-
 // ---------------------------------------------------------------------------------------------
 // Fixed length
 
@@ -132,17 +121,6 @@ bool TeeSyncOutStream::IsRandomAccess() const {
   return first_->IsRandomAccess() && second_->IsRandomAccess();
 }
 
-Ref<StreamMarkerItf> TeeSyncOutStream::ToStreamMarker() {
-  if (!IsRandomAccess()) return SyncOutputStreamItf::ToStreamMarker();
-  return Ref<StreamMarkerItf>(static_cast<StreamMarkerItf*>(this));
-}
-
-Ref<StreamMarkerItf> TeeSyncOutStream::ToStreamMarker() const {
-  if (!IsRandomAccess()) return SyncOutputStreamItf::ToStreamMarker();
-  return Ref<StreamMarkerItf>(
-      static_cast<const StreamMarkerItf*>(const_cast<TeeSyncOutStream*>(this)));
-}
-
 std::int64_t TeeSyncOutStream::GetLength() { return first_->ToStreamMarker()->GetLength(); }
 
 std::int64_t TeeSyncOutStream::GetPosition() { return first_->ToStreamMarker()->GetPosition(); }
@@ -189,17 +167,6 @@ std::int32_t LoggingSyncInputStream::Read(std::int64_t timeout) {
 
 bool LoggingSyncInputStream::IsRandomAccess() const { return in_->IsRandomAccess(); }
 
-Ref<StreamMarkerItf> LoggingSyncInputStream::ToStreamMarker() {
-  if (!in_->IsRandomAccess()) return in_->ToStreamMarker();
-  return Ref<StreamMarkerItf>(static_cast<StreamMarkerItf*>(this));
-}
-
-Ref<StreamMarkerItf> LoggingSyncInputStream::ToStreamMarker() const {
-  if (!in_->IsRandomAccess()) return in_->ToStreamMarker();
-  return Ref<StreamMarkerItf>(
-      static_cast<const StreamMarkerItf*>(const_cast<LoggingSyncInputStream*>(this)));
-}
-
 std::int64_t LoggingSyncInputStream::GetLength() { return in_->ToStreamMarker()->GetLength(); }
 
 std::int64_t LoggingSyncInputStream::GetPosition() { return in_->ToStreamMarker()->GetPosition(); }
@@ -224,77 +191,43 @@ void LoggingSyncInputStream::SetPosition(std::int64_t pos) {
 // ---------------------------------------------------------------------------------------------
 // Thread-safe output
 
-namespace {
-
-// Holds the stream's lock for a scope; a failure while releasing it is dropped.
-class MTGuard {
- public:
-  explicit MTGuard(const ObjectLock& lock) : lock_(*lock.Get()) { lock_.Lock(kWaitForever); }
-  ~MTGuard() {
-    try {
-      lock_.Unlock();
-    } catch (...) {
-    }
-  }
-  MTGuard(const MTGuard&) = delete;
-  MTGuard& operator=(const MTGuard&) = delete;
-
- private:
-  ObjectLockItf& lock_;
-};
-
-}  // namespace
-
 MTSyncOutputStreamImpl::MTSyncOutputStreamImpl(const SyncOutputStream& out)
     : out_(out), lock_(ObjectLockExp::Make()) {}
 
 MTSyncOutputStreamImpl::~MTSyncOutputStreamImpl() = default;
 
 unsigned MTSyncOutputStreamImpl::Write(const void* src, unsigned count) {
-  MTGuard guard(lock_);
+  ObjectLockGuard guard(lock_);
   return out_->Write(src, count);
 }
 
 bool MTSyncOutputStreamImpl::Write(unsigned char byte) {
-  MTGuard guard(lock_);
+  ObjectLockGuard guard(lock_);
   return out_->Write(&byte, 1) == 1;
 }
 
 void MTSyncOutputStreamImpl::Flush() {
-  MTGuard guard(lock_);
+  ObjectLockGuard guard(lock_);
   out_->Flush();
 }
 
 bool MTSyncOutputStreamImpl::IsRandomAccess() const {
-  MTGuard guard(lock_);
+  ObjectLockGuard guard(lock_);
   return out_->IsRandomAccess();
 }
 
-Ref<StreamMarkerItf> MTSyncOutputStreamImpl::ToStreamMarker() {
-  MTGuard guard(lock_);
-  out_->ToStreamMarker();  // throws NotRandomAccessException when `out` has no marker
-  return Ref<StreamMarkerItf>(static_cast<StreamMarkerItf*>(this));
-}
-
-Ref<StreamMarkerItf> MTSyncOutputStreamImpl::ToStreamMarker() const {
-  MTGuard guard(lock_);
-  out_->ToStreamMarker();
-  return Ref<StreamMarkerItf>(
-      static_cast<const StreamMarkerItf*>(const_cast<MTSyncOutputStreamImpl*>(this)));
-}
-
 std::int64_t MTSyncOutputStreamImpl::GetLength() {
-  MTGuard guard(lock_);
+  ObjectLockGuard guard(lock_);
   return out_->ToStreamMarker()->GetLength();
 }
 
 std::int64_t MTSyncOutputStreamImpl::GetPosition() {
-  MTGuard guard(lock_);
+  ObjectLockGuard guard(lock_);
   return out_->ToStreamMarker()->GetPosition();
 }
 
 void MTSyncOutputStreamImpl::SetPosition(std::int64_t pos) {
-  MTGuard guard(lock_);
+  ObjectLockGuard guard(lock_);
   out_->ToStreamMarker()->SetPosition(pos);
 }
 

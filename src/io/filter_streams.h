@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "io/stream_buffered.h"
+#include "io/stream_helpers.h"
 #include "kiv/buffer.h"
 #include "kiv/converters.h"
 #include "kiv/filters.h"
@@ -18,9 +19,6 @@
 #include "kiv/streams.h"
 
 namespace kiv {
-
-// Writes all `count` bytes to `out`, repeating while it takes some; returns the bytes taken.
-unsigned WriteFully(SyncOutputStreamItf& out, const void* src, unsigned count);
 
 // Converts what is read from the wrapped stream. Unconverted input waits in a 1024-byte store; a
 // converted character that does not fit in the caller's room waits in an overflow store and is
@@ -41,6 +39,11 @@ class FilterSyncInStream : public SyncInputStreamWrapper {
   unsigned Refill(unsigned room, std::int64_t timeout);
   // Drops the first `n` unconverted bytes.
   void Consume(unsigned n) noexcept;
+  // Delivers what waits in the overflow store, as much as `count` takes; returns the bytes.
+  unsigned TakeOverflow(unsigned char* out, unsigned count) noexcept;
+  // For a caller whose room of `out_size` bytes holds not even one character: converts into the
+  // overflow store, of the size the converter asks for, and delivers from there.
+  unsigned ConvertThroughOverflow(unsigned char* out, unsigned count, unsigned out_size);
 
   BlockConverter converter_;
   unsigned char input_[kInputSize];
@@ -244,7 +247,7 @@ class DefaultTimeoutSyncInputStreamImpl : public SyncInputStreamWrapper {
 // Writes to a primary stream and copies what it accepted to a secondary one, best effort. Its
 // marker, when both are random access, reports the first stream's length and position and moves
 // both (the second one's failures dropped).
-class TeeSyncOutStream : public StreamMarkerItf, public SyncOutputStreamItf {
+class TeeSyncOutStream : public SelfMarkedStream<TeeSyncOutStream, SyncOutputStreamItf> {
  public:
   TeeSyncOutStream(const SyncOutputStream& first, const SyncOutputStream& second);
   ~TeeSyncOutStream() override;
@@ -254,20 +257,25 @@ class TeeSyncOutStream : public StreamMarkerItf, public SyncOutputStreamItf {
   bool Write(unsigned char byte) override;
   void Flush() override;
   bool IsRandomAccess() const override;
-  Ref<StreamMarkerItf> ToStreamMarker() override;
-  Ref<StreamMarkerItf> ToStreamMarker() const override;
 
   std::int64_t GetLength() override;
   std::int64_t GetPosition() override;
   void SetPosition(std::int64_t pos) override;
 
  private:
+  friend SelfMarkedStream;
+  template <class Self>
+  static Ref<StreamMarkerItf> Marker(Self& self) {
+    if (!self.IsRandomAccess()) return self.SyncOutputStreamItf::ToStreamMarker();
+    return Ref<StreamMarkerItf>(&self);
+  }
+
   SyncOutputStream first_;
   SyncOutputStream second_;
 };
 
 // Copies everything read to a log stream, whose failures are dropped.
-class LoggingSyncInputStream : public StreamMarkerItf, public SyncInputStreamItf {
+class LoggingSyncInputStream : public SelfMarkedStream<LoggingSyncInputStream, SyncInputStreamItf> {
  public:
   LoggingSyncInputStream(const SyncInputStream& in, const SyncOutputStream& log);
   ~LoggingSyncInputStream() override;
@@ -276,8 +284,6 @@ class LoggingSyncInputStream : public StreamMarkerItf, public SyncInputStreamItf
   // KEPT: a byte of value 0 read singly is not logged (the bulk read logs every byte).
   std::int32_t Read(std::int64_t timeout) override;
   bool IsRandomAccess() const override;
-  Ref<StreamMarkerItf> ToStreamMarker() override;
-  Ref<StreamMarkerItf> ToStreamMarker() const override;
 
   std::int64_t GetLength() override;
   std::int64_t GetPosition() override;
@@ -286,13 +292,21 @@ class LoggingSyncInputStream : public StreamMarkerItf, public SyncInputStreamItf
   void SetPosition(std::int64_t pos) override;
 
  private:
+  friend SelfMarkedStream;
+  template <class Self>
+  static Ref<StreamMarkerItf> Marker(Self& self) {
+    if (!self.in_->IsRandomAccess()) return self.in_->ToStreamMarker();
+    return Ref<StreamMarkerItf>(&self);
+  }
+
   SyncInputStream in_;
   SyncOutputStream log_;
 };
 
 // Runs every operation of the wrapped stream under one lock. Its marker operations run under the
 // same lock.
-class MTSyncOutputStreamImpl : public StreamMarkerItf, public SyncOutputStreamItf {
+class MTSyncOutputStreamImpl
+    : public SelfMarkedStream<MTSyncOutputStreamImpl, SyncOutputStreamItf> {
  public:
   explicit MTSyncOutputStreamImpl(const SyncOutputStream& out);
   ~MTSyncOutputStreamImpl() override;
@@ -302,14 +316,20 @@ class MTSyncOutputStreamImpl : public StreamMarkerItf, public SyncOutputStreamIt
   bool Write(unsigned char byte) override;
   void Flush() override;
   bool IsRandomAccess() const override;
-  Ref<StreamMarkerItf> ToStreamMarker() override;
-  Ref<StreamMarkerItf> ToStreamMarker() const override;
 
   std::int64_t GetLength() override;
   std::int64_t GetPosition() override;
   void SetPosition(std::int64_t pos) override;
 
  private:
+  friend SelfMarkedStream;
+  template <class Self>
+  static Ref<StreamMarkerItf> Marker(Self& self) {
+    ObjectLockGuard guard(self.lock_);
+    self.out_->ToStreamMarker();  // throws NotRandomAccessException when `out` has no marker
+    return Ref<StreamMarkerItf>(&self);
+  }
+
   SyncOutputStream out_;
   ObjectLock lock_;
 };

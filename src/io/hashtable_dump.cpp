@@ -17,19 +17,27 @@ void WriteIndent(Writer& writer, std::uint32_t indent) {
   writer->Write(spaces.c_str());
 }
 
-// A value as the dumps show it: a string quoted (cut to `keep` characters and "..." when longer
-// than `limit`), else the class name of the object (at most 511 characters).
-void WriteValue(Writer& writer, const Object& value, std::uint32_t limit, std::int32_t keep) {
+// The longest string value a dump shows whole: the first element of a tree node, and each value
+// of a flat table. A longer one shows its first characters and "...", `width` characters in all.
+constexpr std::uint32_t kTreeValueWidth = 32;
+constexpr std::uint32_t kTableValueWidth = 20;
+constexpr std::int32_t kEllipsisLength = 3;
+// The room for the class name of a value that is not a string (at most 511 characters show).
+constexpr unsigned kClassNameRoom = 512;
+
+// A value as the dumps show it: a string quoted (cut to `width` characters with "..." when
+// longer), else the class name of the object.
+void WriteValue(Writer& writer, const Object& value, std::uint32_t width) {
   const StringItf* text = dynamic_cast<const StringItf*>(value.Get());
   if (text == nullptr) {
-    char name[512];
+    char name[kClassNameRoom];
     value->GetClassName(name, sizeof name);
     writer->Write(static_cast<const char*>(name));
     return;
   }
   String s(text);
-  if (s->Length() > limit) {
-    s = s->Substring(0, keep) +
+  if (s->Length() > width) {
+    s = s->Substring(0, static_cast<std::int32_t>(width) - kEllipsisLength) +
         String(TextEncodingExp::MakeAppDefault(), static_cast<const void*>(u"..."));
   }
   writer->Write(s->Quote());
@@ -53,7 +61,7 @@ void DumpTree(Writer& writer, const Node& node, const String& name, std::uint32_
     if (!first) {
       writer->Write("NULL");
     } else {
-      WriteValue(writer, first, 32, 29);
+      WriteValue(writer, first, kTreeValueWidth);
     }
     if (count > 1) writer->Write(", ...");
   }
@@ -107,7 +115,7 @@ void ConstHashtableExp::Dump(Writer& writer, const ConstHashtable& table, std::u
     if (!value) {
       writer->Write("NULL");
     } else {
-      WriteValue(writer, value, 20, 17);
+      WriteValue(writer, value, kTableValueWidth);
     }
     writer->Write("\n");
   }

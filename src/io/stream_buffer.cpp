@@ -33,12 +33,6 @@ std::int32_t BufferSyncInStream::Read(std::int64_t) {
 
 bool BufferSyncInStream::IsRandomAccess() const { return true; }
 
-Ref<StreamMarkerItf> BufferSyncInStream::ToStreamMarker() { return Ref<StreamMarkerItf>(this); }
-
-Ref<StreamMarkerItf> BufferSyncInStream::ToStreamMarker() const {
-  return Ref<StreamMarkerItf>(this);
-}
-
 std::int64_t BufferSyncInStream::GetLength() { return length_; }
 
 std::int64_t BufferSyncInStream::GetPosition() { return position_; }
@@ -82,12 +76,6 @@ bool BufferSyncOutStream::Write(unsigned char byte) {
 void BufferSyncOutStream::Flush() {}
 
 bool BufferSyncOutStream::IsRandomAccess() const { return true; }
-
-Ref<StreamMarkerItf> BufferSyncOutStream::ToStreamMarker() { return Ref<StreamMarkerItf>(this); }
-
-Ref<StreamMarkerItf> BufferSyncOutStream::ToStreamMarker() const {
-  return Ref<StreamMarkerItf>(this);
-}
 
 std::int64_t BufferSyncOutStream::GetLength() { return length_; }
 

@@ -6,6 +6,7 @@
 
 #include <cstdint>
 
+#include "io/stream_helpers.h"
 #include "kiv/buffer.h"
 #include "kiv/streams.h"
 
@@ -13,7 +14,7 @@ namespace kiv {
 
 // Reads [position, length) of a buffer. The length is fixed when the stream is made; it is the
 // buffer's size for a stream made by the factory.
-class BufferSyncInStream : public StreamMarkerItf, public SyncInputStreamItf {
+class BufferSyncInStream : public SelfMarkedStream<BufferSyncInStream, SyncInputStreamItf> {
  public:
   // Over the whole buffer: length is its size, position 0.
   explicit BufferSyncInStream(const Buffer& buffer);
@@ -27,8 +28,6 @@ class BufferSyncInStream : public StreamMarkerItf, public SyncInputStreamItf {
   unsigned Read(void* dst, unsigned count, std::int64_t timeout) override;
   std::int32_t Read(std::int64_t timeout) override;
   bool IsRandomAccess() const override;
-  Ref<StreamMarkerItf> ToStreamMarker() override;
-  Ref<StreamMarkerItf> ToStreamMarker() const override;
 
   std::int64_t GetLength() override;
   std::int64_t GetPosition() override;
@@ -51,7 +50,7 @@ class BufferSyncInStream : public StreamMarkerItf, public SyncInputStreamItf {
 
 // Writes into a buffer at a cursor; the length is the high-water mark (the furthest position ever
 // written), not the capacity. The capacity is asked of the buffer at each write.
-class BufferSyncOutStream : public StreamMarkerItf, public SyncOutputStreamItf {
+class BufferSyncOutStream : public SelfMarkedStream<BufferSyncOutStream, SyncOutputStreamItf> {
  public:
   // Position and length 0.
   explicit BufferSyncOutStream(const Buffer& buffer);
@@ -64,8 +63,6 @@ class BufferSyncOutStream : public StreamMarkerItf, public SyncOutputStreamItf {
   bool Write(unsigned char byte) override;
   void Flush() override;
   bool IsRandomAccess() const override;
-  Ref<StreamMarkerItf> ToStreamMarker() override;
-  Ref<StreamMarkerItf> ToStreamMarker() const override;
 
   std::int64_t GetLength() override;
   std::int64_t GetPosition() override;

@@ -1,6 +1,9 @@
 // The stream interfaces' out-of-line members: destructors (the one home of their type
 // information), the default single-byte and random-access operations, and the wrappers'
-// forwarding.
+// forwarding, and the loop that writes a whole block.
+#include <algorithm>
+
+#include "io/stream_helpers.h"
 #include "kiv/exception.h"
 #include "kiv/streams.h"
 
@@ -56,6 +59,17 @@ Ref<StreamMarkerItf> SyncOutputStreamWrapper::ToStreamMarker() {
 
 Ref<StreamMarkerItf> SyncOutputStreamWrapper::ToStreamMarker() const {
   return wrapped_->ToStreamMarker();
+}
+
+unsigned WriteFully(SyncOutputStreamItf& out, const void* src, unsigned count) {
+  const auto* p = static_cast<const unsigned char*>(src);
+  unsigned done = 0;
+  while (done < count) {
+    const unsigned taken = out.Write(p + done, count - done);
+    if (taken == 0) break;
+    done += std::min(taken, count - done);
+  }
+  return done;
 }
 
 }  // namespace kiv

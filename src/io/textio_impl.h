@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "io/stream_helpers.h"
 #include "kiv/buffer.h"
 #include "kiv/converters.h"
 #include "kiv/encodings.h"
@@ -28,7 +29,7 @@ unsigned FindLineEnd(const unsigned char* data, unsigned length, unsigned unit) 
 // Lines are found by the code unit 10 of the encoding at unit boundaries counted from the current
 // position, which is how every built-in encoding writes its line feed; this needs no decoding of
 // the bytes, so malformed text never stops a line from being found.
-class TextInputStreamImpl : public StreamMarkerItf, public TextInputStreamItf {
+class TextInputStreamImpl : public SelfMarkedStream<TextInputStreamImpl, TextInputStreamItf> {
  public:
   // A null buffer, or one smaller than kMinBuffer bytes, is replaced by a buffer of
   // kDefaultBuffer bytes: the character reads need room for one whole character.
@@ -42,8 +43,6 @@ class TextInputStreamImpl : public StreamMarkerItf, public TextInputStreamItf {
   unsigned Read(void* dst, unsigned count, std::int64_t timeout) override;
   std::int32_t Read(std::int64_t timeout) override;
   bool IsRandomAccess() const override;
-  Ref<StreamMarkerItf> ToStreamMarker() override;
-  Ref<StreamMarkerItf> ToStreamMarker() const override;
 
   std::int64_t GetLength() override;
   std::int64_t GetPosition() override;
@@ -55,6 +54,13 @@ class TextInputStreamImpl : public StreamMarkerItf, public TextInputStreamItf {
   unsigned ReadLine(void* out, unsigned limit, std::int64_t timeout) override;
 
  private:
+  friend SelfMarkedStream;
+  template <class Self>
+  static Ref<StreamMarkerItf> Marker(Self& self) {
+    if (!self.in_->IsRandomAccess()) return self.in_->ToStreamMarker();
+    return Ref<StreamMarkerItf>(&self);
+  }
+
   unsigned Available() const noexcept { return valid_ - cursor_; }
   // Drops the bytes already read, moves the unread ones to the front and reads the wrapped
   // stream once into the free tail. Returns the bytes that read brought (0 with no free room).

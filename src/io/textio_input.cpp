@@ -106,17 +106,6 @@ std::int32_t TextInputStreamImpl::Read(std::int64_t timeout) {
 
 bool TextInputStreamImpl::IsRandomAccess() const { return in_->IsRandomAccess(); }
 
-Ref<StreamMarkerItf> TextInputStreamImpl::ToStreamMarker() {
-  if (!in_->IsRandomAccess()) return in_->ToStreamMarker();
-  return Ref<StreamMarkerItf>(static_cast<StreamMarkerItf*>(this));
-}
-
-Ref<StreamMarkerItf> TextInputStreamImpl::ToStreamMarker() const {
-  if (!in_->IsRandomAccess()) return in_->ToStreamMarker();
-  return Ref<StreamMarkerItf>(
-      static_cast<const StreamMarkerItf*>(const_cast<TextInputStreamImpl*>(this)));
-}
-
 std::int64_t TextInputStreamImpl::GetLength() { return in_->ToStreamMarker()->GetLength(); }
 
 std::int64_t TextInputStreamImpl::GetPosition() {

@@ -4,8 +4,10 @@
 #include <cstdio>
 #include <cstring>
 
+#include "io/stream_helpers.h"
 #include "io/textio_impl.h"
 #include "kiv/exception.h"
+#include "unicode/utf_codec.h"
 
 namespace kiv {
 
@@ -65,16 +67,7 @@ unsigned LineModeSyncOutputStream::LastLineEnd() {
 bool LineModeSyncOutputStream::Push(unsigned n) {
   if (n == 0) return true;
   const auto* data = static_cast<const unsigned char*>(line_->GetData());
-  unsigned sent = 0;
-  bool refused = false;
-  while (sent < n) {
-    const unsigned taken = Wrapped()->Write(data + sent, n - sent);
-    if (taken == 0) {
-      refused = true;
-      break;
-    }
-    sent += std::min(taken, n - sent);
-  }
+  const unsigned sent = WriteFully(Wrapped().GetObjRef(), data, n);
   if (sent > 0) {
     held_ -= sent;
     if (held_ > 0) std::memmove(line_->GetData(), data + sent, held_);
@@ -82,7 +75,7 @@ bool LineModeSyncOutputStream::Push(unsigned n) {
     complete_ = complete_ > sent ? complete_ - sent : 0;
     phase_ = (phase_ + sent) % unit_;
   }
-  return !refused;
+  return sent == n;
 }
 
 unsigned LineModeSyncOutputStream::Write(const void* src, unsigned count) {
@@ -178,14 +171,7 @@ unsigned WriterImpl::WriteBytes(const void* data, unsigned count) {
   if (data == nullptr || count == 0) return 0;
   SyncOutputStreamItf& out =
       line_mode_ ? static_cast<SyncOutputStreamItf&>(*line_.Get()) : raw_.GetObjRef();
-  const auto* p = static_cast<const unsigned char*>(data);
-  unsigned done = 0;
-  while (done < count) {
-    const unsigned taken = out.Write(p + done, count - done);
-    if (taken == 0) break;
-    done += std::min(taken, count - done);
-  }
-  return done;
+  return WriteFully(out, data, count);
 }
 
 bool WriterImpl::Write(const String& text) {
@@ -225,23 +211,14 @@ bool WriterImpl::WriteChar(std::uint32_t c) {
     const auto byte = static_cast<unsigned char>(c);
     return WriteBytes(&byte, 1) == 1;
   }
-  if (c >= 0x110000 || (c >= 0xD800 && c < 0xE000 && !is_utf16_)) throw CannotConvertException();
+  if (c > codec::kMaxScalar || (codec::IsSurrogate(c) && !is_utf16_)) {
+    throw CannotConvertException();
+  }
   // The Unicode encodings are written here directly: the library's conversions go through
   // 16-bit units one at a time and would write a surrogate pair as two separate characters.
   if (is_utf8_) {
-    unsigned char bytes[4];
-    unsigned n = 0;
-    if (c < 0x800) {
-      bytes[n++] = static_cast<unsigned char>(0xC0 | (c >> 6));
-    } else if (c < 0x10000) {
-      bytes[n++] = static_cast<unsigned char>(0xE0 | (c >> 12));
-      bytes[n++] = static_cast<unsigned char>(0x80 | ((c >> 6) & 0x3F));
-    } else {
-      bytes[n++] = static_cast<unsigned char>(0xF0 | (c >> 18));
-      bytes[n++] = static_cast<unsigned char>(0x80 | ((c >> 12) & 0x3F));
-      bytes[n++] = static_cast<unsigned char>(0x80 | ((c >> 6) & 0x3F));
-    }
-    bytes[n++] = static_cast<unsigned char>(0x80 | (c & 0x3F));
+    unsigned char bytes[codec::kStandardUtf8MaxLength];
+    const auto n = static_cast<unsigned>(codec::Utf8Encode(bytes, bytes + sizeof bytes, c));
     return WriteBytes(bytes, n) == n;
   }
   if (is_utf32_) return WriteBytes(&c, 4) == 4;

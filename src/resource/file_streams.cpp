@@ -27,10 +27,6 @@ unsigned FileSyncInStream::Read(void* dst, unsigned count, std::int64_t) {
   return done;
 }
 
-Ref<StreamMarkerItf> FileSyncInStream::ToStreamMarker() { return Ref<StreamMarkerItf>(this); }
-
-Ref<StreamMarkerItf> FileSyncInStream::ToStreamMarker() const { return Ref<StreamMarkerItf>(this); }
-
 std::int64_t FileSyncInStream::GetLength() {
   platform::FileInfo info;
   if (const int error = platform::GetFileInfo(file_, info)) {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <string>
 
+#include "io/stream_helpers.h"
 #include "kiv/resource.h"
 #include "kiv/streams.h"
 #include "kiv/string.h"
@@ -17,7 +18,7 @@ namespace kiv {
 [[noreturn]] void ThrowResourceError(const char* action, const String& path, int error);
 
 // Reads a file; its own random-access marker.
-class FileSyncInStream final : public StreamMarkerItf, public SyncInputStreamItf {
+class FileSyncInStream final : public SelfMarkedStream<FileSyncInStream, SyncInputStreamItf> {
  public:
   // Takes ownership of `file`, opened for reading from `path`.
   FileSyncInStream(platform::FileHandle file, const String& path) noexcept
@@ -28,8 +29,6 @@ class FileSyncInStream final : public StreamMarkerItf, public SyncInputStreamItf
   // One read of the file; the timeout is ignored (a file does not keep its reader waiting).
   unsigned Read(void* dst, unsigned count, std::int64_t timeout) override;
   bool IsRandomAccess() const override { return true; }
-  Ref<StreamMarkerItf> ToStreamMarker() override;
-  Ref<StreamMarkerItf> ToStreamMarker() const override;
 
   std::int64_t GetLength() override;
   std::int64_t GetPosition() override;

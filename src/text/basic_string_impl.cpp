@@ -4,6 +4,7 @@
 
 #include "kiv/exception.h"
 #include "text/string_impl.h"
+#include "unicode/utf_codec.h"
 
 namespace kiv {
 
@@ -52,9 +53,7 @@ std::uint32_t BasicStringImpl<Itf>::CharAt(std::int32_t index) const {
   unsigned unit = UnitBytes();
   if (unit == 2) {
     if (rest < 2) throw BoundsException(index);  // a stray odd byte is no character
-    std::uint16_t c;
-    std::memcpy(&c, at, 2);
-    return c;
+    return codec::Load16(at);
   }
   // Any other encoding: the character's first wide unit through the encoding's own converter,
   // so that, for example, ASCII bytes above 0x7F read as the converter widens them.
@@ -65,9 +64,8 @@ std::uint32_t BasicStringImpl<Itf>::CharAt(std::int32_t index) const {
   if (dc->Convert(wide, out, at, in, true) != DataConverterItf::ResultOK) {
     throw BoundsException(index);
   }
-  if (out == 4 && wide[0] >= 0xD800 && wide[0] < 0xDC00) {
-    return 0x10000u + ((wide[0] - 0xD800u) << 10) + (wide[1] - 0xDC00u);
-  }
+  if (out == 4 && codec::IsLeadSurrogate(wide[0]))
+    return codec::CombineSurrogates(wide[0], wide[1]);
   return wide[0];
 }
 
@@ -300,11 +298,9 @@ unsigned BasicStringImpl<Itf>::CopyTo(void* dst, unsigned capacity,
     // Whole characters only: never end inside a multi-byte sequence or a surrogate pair.
     const unsigned char* bytes = static_cast<const unsigned char*>(text->GetData());
     if (unit == 1) {
-      while (n > 0 && (bytes[n] & 0xC0) == 0x80) --n;
+      while (n > 0 && codec::IsUtf8Continuation(bytes[n])) --n;
     } else if (unit == 2 && n >= 2) {
-      std::uint16_t last;
-      std::memcpy(&last, bytes + n - 2, 2);
-      if (last >= 0xD800 && last < 0xDC00) n -= 2;
+      if (codec::IsLeadSurrogate(codec::Load16(bytes + n - 2))) n -= 2;
     }
   }
   if (n > 0) std::memcpy(dst, text->GetData(), n);

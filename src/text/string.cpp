@@ -17,13 +17,12 @@ Ref<StringItf> MakeString(const TextEncoding& encoding, Buffer buffer, const voi
   return Ref<StringItf>(new StringImpl(encoding, std::move(buffer), data, bytes, chars));
 }
 
-// A copy of `bytes` bytes in owned storage with four zero bytes behind them, so that a
-// terminator of any unit width is in place.
+// A copy of `bytes` bytes in owned storage, terminated.
 Ref<StringItf> CopyString(const TextEncoding& encoding, const void* text, unsigned bytes,
                           std::uint32_t chars) {
-  Buffer buffer = BufferExp::Make(bytes + 4);
+  Buffer buffer = BufferExp::Make(bytes + kTerminatorRoom);
   if (bytes > 0) std::memcpy(buffer->GetData(), text, bytes);
-  std::memset(static_cast<char*>(buffer->GetData()) + bytes, 0, 4);
+  PutTerminator(static_cast<char*>(buffer->GetData()) + bytes);
   void* data = buffer->GetData();
   return MakeString(encoding, std::move(buffer), data, bytes, chars);
 }
@@ -194,9 +193,9 @@ CString::~CString() { delete[] static_cast<char*>(data_); }
 
 void CString::CopyFrom(const void* data, unsigned bytes) {
   // Four zero bytes terminate text of any unit width; the storage is aligned for 16-bit units.
-  char* copy = new char[bytes + 4];
+  char* copy = new char[bytes + kTerminatorRoom];
   if (bytes > 0) std::memcpy(copy, data, bytes);
-  std::memset(copy + bytes, 0, 4);
+  PutTerminator(copy + bytes);
   data_ = copy;
   bytes_ = bytes;
 }

@@ -7,9 +7,9 @@
 
 #include "kiv/containers.h"
 #include "kiv/exception.h"
-#include "text/converters/utf8_codec.h"
 #include "text/encodings/encoding_impls.h"
 #include "text/string_impl.h"
+#include "unicode/utf_codec.h"
 
 namespace kiv {
 
@@ -30,7 +30,7 @@ Buffer ConvertAll(const BlockConverter& converter, const void* in, unsigned in_b
   unsigned out_pos = 0;
   unsigned in_pos = 0;
   while (consumed < in_bytes) {
-    unsigned room = capacity - 4 - written;
+    unsigned room = capacity - kTerminatorRoom - written;
     unsigned out_size = room;
     unsigned in_size = in_bytes - consumed;
     auto result = conv->Convert(static_cast<char*>(out->GetData()) + written, out_size, out_pos,
@@ -52,7 +52,7 @@ Buffer ConvertAll(const BlockConverter& converter, const void* in, unsigned in_b
     written += out_size;
     consumed += in_size;
   }
-  std::memset(static_cast<char*>(out->GetData()) + written, 0, 4);
+  PutTerminator(static_cast<char*>(out->GetData()) + written);
   bytes = written;
   return out;
 }
@@ -135,10 +135,10 @@ String OneCharacter(const TextEncoding& encoding, std::uint32_t c) {
                       encoding);
     }
   }
-  Buffer buffer = BufferExp::Make(n + 4);
+  Buffer buffer = BufferExp::Make(n + kTerminatorRoom);
   void* data = buffer->GetData();
   std::memcpy(data, bytes, n);
-  std::memset(static_cast<char*>(data) + n, 0, 4);
+  PutTerminator(static_cast<char*>(data) + n);
   return String(new StringImpl(encoding, std::move(buffer), data, n, 1));
 }
 
@@ -153,7 +153,7 @@ unsigned FirstCharacterBytes(const TextEncodingItf& encoding, const void* data, 
     case Layout::kUtf8: {
       const auto* p = static_cast<const unsigned char*>(data);
       std::uint32_t value = 0;
-      int n = codec::Utf8Decode(p, p + length, value);
+      int n = codec::LenientUtf8Decode(p, p + length, value);
       if (n <= 0) throw CannotConvertException();
       return static_cast<unsigned>(n);
     }
@@ -188,7 +188,7 @@ String StringImpl::Concat(const void* text) const { return Concat(String(encodin
 String StringImpl::Concat(const StringBuffer& text) const { return Concat(text.ToString()); }
 
 String StringImpl::Concat(const String& text) const {
-  // One allocation: a buffer of both operands' own bytes and 4 for a terminator, the layout a
+  // One allocation: a buffer of both operands' own bytes and the terminator room, the layout a
   // string buffer over such a buffer would produce. A right operand in another encoding is
   // converted first; should it grow, the buffer fits the converted bytes exactly instead.
   const BasicStringItf& other = *text.operator->();
@@ -203,12 +203,12 @@ String StringImpl::Concat(const String& text) const {
     raw.bytes = converted.bytes;
     own_bytes = other.ByteLength();
   }
-  unsigned size = bytes_ + std::max(own_bytes, raw.bytes) + 4;
+  unsigned size = bytes_ + std::max(own_bytes, raw.bytes) + kTerminatorRoom;
   Buffer joined = BufferExp::Make(size);
   char* out = static_cast<char*>(joined->GetData());
   if (bytes_ > 0) std::memcpy(out, data_, bytes_);
   if (raw.bytes > 0) std::memcpy(out + bytes_, raw.data, raw.bytes);
-  std::memset(out + bytes_ + raw.bytes, 0, 4);
+  PutTerminator(out + bytes_ + raw.bytes);
   return String(new StringImpl(encoding_, std::move(joined), out, bytes_ + raw.bytes));
 }
 
@@ -396,7 +396,7 @@ void StringBufferImpl::Reserve(unsigned bytes) {
 
 void StringBufferImpl::AppendBytes(const void* data, unsigned bytes, std::uint32_t chars) {
   if (bytes == 0) return;
-  unsigned need = bytes_ + bytes + 4;
+  unsigned need = bytes_ + bytes + kTerminatorRoom;
   if (!buffer_ || buffer_->GetSize() < need) {
     shared_ = 0;  // Moving on leaves the shared storage untouched.
     Grow(need);

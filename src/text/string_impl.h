@@ -4,6 +4,7 @@
 #define KIV_SRC_TEXT_STRING_IMPL_H_
 
 #include <cstdint>
+#include <cstring>
 #include <typeinfo>
 #include <vector>
 
@@ -24,6 +25,12 @@ struct RawText {
   unsigned bytes;
 };
 }  // namespace text
+
+// The zero bytes every string's storage keeps behind its text, so that a terminator of any unit
+// width (one, two or four bytes) is in place for callers that read the text as a C string.
+inline constexpr unsigned kTerminatorRoom = 4;
+
+inline void PutTerminator(void* end) noexcept { std::memset(end, 0, kTerminatorRoom); }
 
 // State and read-only operations shared by strings and string buffers: the encoding, the buffer
 // holding the bytes, where the text starts in it, its length in bytes and (once known) in
@@ -196,8 +203,8 @@ inline const TextEncodingItf* FastEncodingOf(const BasicStringItf& s) noexcept {
   return FastTextOf(s, raw) ? raw.encoding : nullptr;
 }
 
-// Converts a whole text with a block converter into a new owned buffer (with 4 spare bytes for a
-// terminator); `bytes` receives the bytes produced. An incomplete sequence at the end of the text
+// Converts a whole text with a block converter into a new owned buffer (with kTerminatorRoom spare
+// bytes); `bytes` receives the bytes produced. An incomplete sequence at the end of the text
 // is malformed text: CannotConvertException.
 Buffer ConvertAll(const BlockConverter& converter, const void* in, unsigned in_bytes,
                   unsigned& bytes);

@@ -7,16 +7,16 @@
 #include <stdexcept>
 
 #include "kiv/exception.h"
-#include "text/converters/utf8_codec.h"
 #include "text/string_impl.h"
+#include "unicode/utf_codec.h"
 
 namespace kiv {
 
 namespace {
 
-// A string counts its bytes in `unsigned`, with room for a four-byte terminator behind them.
+// A string counts its bytes in `unsigned`, with the terminator room behind them.
 unsigned CheckedBytes(std::size_t bytes) {
-  if (bytes > std::numeric_limits<unsigned>::max() - 4) {
+  if (bytes > std::numeric_limits<unsigned>::max() - kTerminatorRoom) {
     throw std::length_error("kiv::String: text of 4 GiB or more");
   }
   return static_cast<unsigned>(bytes);
@@ -30,18 +30,13 @@ std::uint32_t CountUtf8(std::string_view text) {
   std::uint32_t count = 0;
   while (p < end) {
     std::uint32_t value = 0;
-    const int n = codec::Utf8Decode(p, end, value);
+    const int n = codec::LenientUtf8Decode(p, end, value);
     if (n <= 0) throw CannotConvertException();
     p += n;
     ++count;
   }
   return count;
 }
-
-constexpr std::uint32_t kMaxCodePoint = 0x10FFFF;
-constexpr std::uint32_t kReplacement = 0xFFFD;
-
-bool IsSurrogate(std::uint32_t c) noexcept { return c >= 0xD800 && c < 0xE000; }
 
 // Whether text in the library's UTF-8 is standard UTF-8 as it stands: no sequence longer than four
 // bytes, no value above U+10FFFF and no encoded surrogate (the library writes a surrogate pair as
@@ -53,8 +48,11 @@ bool IsStandardUtf8(const unsigned char* p, const unsigned char* end) noexcept {
       continue;
     }
     std::uint32_t value = 0;
-    const int n = codec::Utf8Decode(p, end, value);
-    if (n <= 0 || n > 4 || value > kMaxCodePoint || IsSurrogate(value)) return false;
+    const int n = codec::LenientUtf8Decode(p, end, value);
+    if (n <= 0 || n > codec::kStandardUtf8MaxLength || value > codec::kMaxScalar ||
+        codec::IsSurrogate(value)) {
+      return false;
+    }
     p += n;
   }
   return true;
@@ -66,17 +64,14 @@ bool IsStandardUtf8(const unsigned char* p, const unsigned char* end) noexcept {
 // on its own; this is the form that standard C++ callers expect.)
 void AppendStandardUtf8(std::string& out, const unsigned char* units, unsigned bytes) {
   const unsigned count = bytes / 2;
-  for (unsigned i = 0; i < count; ++i) {
-    std::uint32_t c = codec::Load16(units + 2 * i);
-    if (c >= 0xD800 && c < 0xDC00 && i + 1 < count) {
-      const std::uint32_t low = codec::Load16(units + 2 * (i + 1));
-      if (low >= 0xDC00 && low < 0xE000) {
-        c = 0x10000 + ((c - 0xD800) << 10) + (low - 0xDC00);
-        ++i;
-      }
-    }
-    if (IsSurrogate(c)) c = kReplacement;
-    unsigned char sequence[4];
+  for (unsigned i = 0; i < count;) {
+    const std::uint16_t pair[2] = {
+        codec::Load16(units + 2 * i),
+        i + 1 < count ? codec::Load16(units + 2 * (i + 1)) : std::uint16_t{0}};
+    std::uint32_t c = 0;
+    i += static_cast<unsigned>(codec::Utf16Decode(pair, count - i, c));
+    if (codec::IsSurrogate(c)) c = codec::kReplacementCharacter;
+    unsigned char sequence[codec::kStandardUtf8MaxLength];
     const int n = codec::Utf8Encode(sequence, sequence + sizeof sequence, c);
     out.append(reinterpret_cast<const char*>(sequence), static_cast<std::size_t>(n));
   }

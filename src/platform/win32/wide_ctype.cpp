@@ -3,6 +3,7 @@
 #include <wctype.h>
 
 #include "platform/win32/windows_names.h"
+#include "unicode/utf_codec.h"
 
 namespace kiv::platform {
 
@@ -14,22 +15,14 @@ namespace {
 // surrogate pair; lone surrogates, and anything the system does not map one to one, come back
 // unchanged.
 std::uint32_t MapCase(std::uint32_t c, DWORD how) noexcept {
-  if (c > 0x10FFFF || (c >= 0xD800 && c < 0xE000)) return c;
+  if (c > codec::kMaxScalar || codec::IsSurrogate(c)) return c;
   wchar_t in[2] = {0, 0};
-  int units = 1;
-  if (c > 0xFFFF) {
-    in[0] = static_cast<wchar_t>(0xD800 + ((c - 0x10000) >> 10));
-    in[1] = static_cast<wchar_t>(0xDC00 + (c & 0x3FF));
-    units = 2;
-  } else {
-    in[0] = static_cast<wchar_t>(c);
-  }
+  const int units = codec::Utf16Encode(in, c);
   wchar_t out[2] = {in[0], in[1]};
   if (::LCMapStringW(LOCALE_INVARIANT, how, in, units, out, units) != units) return c;
   if (units == 1) return static_cast<std::uint16_t>(out[0]);
-  const auto lead = static_cast<std::uint16_t>(out[0]), trail = static_cast<std::uint16_t>(out[1]);
-  if (lead < 0xD800 || lead > 0xDBFF || trail < 0xDC00 || trail > 0xDFFF) return c;
-  return 0x10000 + ((static_cast<std::uint32_t>(lead) - 0xD800) << 10) + (trail - 0xDC00u);
+  std::uint32_t mapped = 0;
+  return codec::Utf16Decode(out, 2, mapped) == 2 ? mapped : c;
 }
 
 }  // namespace

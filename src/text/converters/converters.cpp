@@ -7,7 +7,7 @@
 #include "kiv/exception.h"
 #include "kiv/string.h"
 #include "text/converters/converter_impls.h"
-#include "text/converters/utf8_codec.h"
+#include "unicode/utf_codec.h"
 
 namespace kiv {
 
@@ -39,14 +39,14 @@ int UTF16toUTF32(std::uint32_t* out, const unsigned short* in, const unsigned sh
 
 int UTF32toUTF16(unsigned short* out, unsigned short* out_end, std::uint32_t c) {
   if (out >= out_end) return 0;
-  if (c < 0x10000) {
+  if (c < codec::kFirstSupplementary) {
     out[0] = static_cast<unsigned short>(c);
     return 1;
   }
-  if (c >= 0x110000) return -1;
-  out[0] = static_cast<unsigned short>(0xD800 + ((c - 0x10000) >> 10));
+  if (c > codec::kMaxScalar) return -1;
+  out[0] = codec::LeadSurrogateOf(c);
   if (out_end - out < 2) return 0;
-  out[1] = static_cast<unsigned short>(0xDC00 + (c & 0x3FF));
+  out[1] = codec::TrailSurrogateOf(c);
   return 2;
 }
 

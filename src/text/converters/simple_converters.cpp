@@ -5,8 +5,8 @@
 
 #include "platform/wide_ctype.h"
 #include "text/converters/converter_impls.h"
-#include "text/converters/utf8_codec.h"
 #include "text/converters/utf8_fast.h"
+#include "unicode/utf_codec.h"
 
 namespace kiv {
 
@@ -55,14 +55,18 @@ UTF32ToLowerConverterImpl::UTF32ToLowerConverterImpl() = default;
 UTF32ToLowerConverterImpl::~UTF32ToLowerConverterImpl() = default;
 void UTF32ToLowerConverterImpl::Map(const unsigned char* in, unsigned char* out) {
   const std::uint32_t c = codec::Load32(in);
-  codec::Store32(out, c < 0xD800 ? static_cast<std::uint16_t>(platform::ToLowerWide(c)) : c);
+  codec::Store32(out, c < codec::kLeadSurrogateFirst
+                          ? static_cast<std::uint16_t>(platform::ToLowerWide(c))
+                          : c);
 }
 
 UTF32ToUpperConverterImpl::UTF32ToUpperConverterImpl() = default;
 UTF32ToUpperConverterImpl::~UTF32ToUpperConverterImpl() = default;
 void UTF32ToUpperConverterImpl::Map(const unsigned char* in, unsigned char* out) {
   const std::uint32_t c = codec::Load32(in);
-  codec::Store32(out, c < 0xD800 ? static_cast<std::uint16_t>(platform::ToUpperWide(c)) : c);
+  codec::Store32(out, c < codec::kLeadSurrogateFirst
+                          ? static_cast<std::uint16_t>(platform::ToUpperWide(c))
+                          : c);
 }
 
 }  // namespace kiv

@@ -5,8 +5,8 @@
 #include "kiv/string.h"
 #include "platform/wide_ctype.h"
 #include "text/converters/converter_impls.h"
-#include "text/converters/utf8_codec.h"
 #include "text/converters/utf8_fast.h"
+#include "unicode/utf_codec.h"
 
 namespace kiv {
 
@@ -25,12 +25,12 @@ template <bool kStandard>
 unsigned DecodeUtf8(const void* in, unsigned& in_size, unsigned& out_size, std::uint32_t& c) {
   const auto* p = static_cast<const unsigned char*>(in);
   const int length = kStandard ? codec::StandardUtf8Decode(p, p + in_size, c)
-                               : codec::Utf8Decode(p, p + in_size, c);
+                               : codec::LenientUtf8Decode(p, p + in_size, c);
   if (length == codec::kUtf8Incomplete) {
     in_size = out_size = 0;
     return 0;
   }
-  if (length < 0 || c >= 0x110000) throw CannotConvertException();
+  if (length < 0 || c > codec::kMaxScalar) throw CannotConvertException();
   return static_cast<unsigned>(length);
 }
 
@@ -49,10 +49,6 @@ unsigned WideCharacter(const void* in, unsigned in_size, std::uint32_t& c) {
   if (!codec::IsTrailSurrogate(trail)) throw CannotConvertException();
   c = codec::CombineSurrogates(c, trail);
   return 4;
-}
-
-unsigned Utf8Length(std::uint32_t c) noexcept {
-  return c < 0x80 ? 1 : c < 0x800 ? 2 : c < 0x10000 ? 3 : 4;
 }
 
 }  // namespace
@@ -138,7 +134,7 @@ BufferResult Utf8ToWideConverter<kStandard>::Measure(unsigned& out_size, const v
   const unsigned length = DecodeUtf8<kStandard>(in, in_size, out_size, c);
   if (length == 0) return DataConverterItf::ResultInputIncomplete;
   in_size = length;
-  out_size = c < 0x10000 ? 2 : 4;
+  out_size = c < codec::kFirstSupplementary ? 2 : 4;
   return DataConverterItf::ResultOK;
 }
 
@@ -187,7 +183,7 @@ BufferResult WideToUtf8Converter<kStandard>::Measure(unsigned& out_size, const v
     out_size = 0;
     return DataConverterItf::ResultInputIncomplete;
   }
-  out_size = Utf8Length(c);
+  out_size = static_cast<unsigned>(codec::Utf8Length(c));
   return DataConverterItf::ResultOK;
 }
 
@@ -234,7 +230,7 @@ bool StandardUTF8CaseConverterImpl::Map(const void* in, unsigned& in_size, unsig
   mapped = upper_ ? platform::ToUpperWide(c) : platform::ToLowerWide(c);
   if (mapped > codec::kMaxScalar || codec::IsSurrogate(mapped)) mapped = c;
   in_size = length;
-  out_size = Utf8Length(mapped);
+  out_size = static_cast<unsigned>(codec::Utf8Length(mapped));
   return true;
 }
 

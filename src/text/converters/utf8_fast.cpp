@@ -17,6 +17,9 @@
 // Without SSE4.1 the scalar steps do all the work (validation skips ASCII eight bytes at a time).
 // Whatever a step does not take is left to the per-character loop of the converter.
 //
+// The steps that the loops are split into are forced inline: gcc left some as calls, which cost
+// the block loop several percent.
+//
 // The vector steps store whole 16-byte vectors of which only a prefix is output. So that no byte
 // of `out` beyond the output is touched, they write into a staging area on the stack that is
 // copied out exactly.
@@ -25,7 +28,7 @@
 #include <cstdint>
 #include <cstring>
 
-#include "text/converters/utf8_codec.h"
+#include "unicode/utf_codec.h"
 
 #if defined(__GNUC__) && (defined(__x86_64__) || defined(__i386__))
 #define KIV_FAST_X86 1
@@ -50,32 +53,32 @@ inline int DecodeCommon(const unsigned char* p, std::uint32_t& value) noexcept {
     return 1;
   }
   const unsigned b1 = p[1];
-  if ((b1 & 0xC0) != 0x80) return 0;
+  if (!codec::IsUtf8Continuation(b1)) return 0;
   if (b0 < 0xE0) {
     if (b0 < 0xC2) return 0;  // continuation byte as lead, or overlong
     value = ((b0 & 0x1F) << 6) | (b1 & 0x3F);
     return 2;
   }
   const unsigned b2 = p[2];
-  if ((b2 & 0xC0) != 0x80) return 0;
+  if (!codec::IsUtf8Continuation(b2)) return 0;
   if (b0 < 0xF0) {
     value = ((b0 & 0x0F) << 12) | ((b1 & 0x3F) << 6) | (b2 & 0x3F);
     return value >= 0x800 && !(kStandard && codec::IsSurrogate(value)) ? 3 : 0;
   }
   const unsigned b3 = p[3];
-  if ((b3 & 0xC0) != 0x80 || b0 >= 0xF8) return 0;
+  if (!codec::IsUtf8Continuation(b3) || b0 >= 0xF8) return 0;
   value = ((b0 & 0x07) << 18) | ((b1 & 0x3F) << 12) | ((b2 & 0x3F) << 6) | (b3 & 0x3F);
-  return value >= 0x10000 && value < 0x110000 ? 4 : 0;
+  return value >= codec::kFirstSupplementary && value <= codec::kMaxScalar ? 4 : 0;
 }
 
-// Writes `value` (below 0x110000) as one unit or a surrogate pair; returns the bytes written.
+// Writes `value` (at most kMaxScalar) as one unit or a surrogate pair; returns the bytes written.
 inline unsigned PutUnits(unsigned char* o, std::uint32_t value) noexcept {
-  if (value < 0x10000) {
+  if (value < codec::kFirstSupplementary) {
     codec::Store16(o, static_cast<std::uint16_t>(value));
     return 2;
   }
-  codec::Store16(o, static_cast<std::uint16_t>(0xD800 + ((value - 0x10000) >> 10)));
-  codec::Store16(o + 2, static_cast<std::uint16_t>(0xDC00 + (value & 0x3FF)));
+  codec::Store16(o, codec::LeadSurrogateOf(value));
+  codec::Store16(o + 2, codec::TrailSurrogateOf(value));
   return 4;
 }
 
@@ -144,10 +147,9 @@ void Utf16ToUtf8Scalar(unsigned char* out, unsigned out_size, const unsigned cha
 // that end inside it: all of them, unless the last character runs past the end.
 inline unsigned WholeCharacters(const unsigned char* p, unsigned block) noexcept {
   unsigned last = block;
-  while (last > 0 && (p[last - 1] & 0xC0) == 0x80) --last;
+  while (last > 0 && codec::IsUtf8Continuation(p[last - 1])) --last;
   if (last == 0) return block;
-  const unsigned lead = p[last - 1];
-  const unsigned length = lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+  const auto length = static_cast<unsigned>(codec::Utf8SequenceLength(p[last - 1]));
   return last - 1 + length <= block ? block : last - 1;
 }
 
@@ -164,6 +166,32 @@ std::size_t Utf8ValidPrefixScalar(const unsigned char* in, std::size_t size) noe
 }
 
 #if KIV_FAST_X86
+
+// ---------------------------------------------------------------------------------------------
+// Sizes of the vector steps
+
+// UTF-8 to UTF-16: the block of bytes classified at once. A block reads up to 68 bytes and gives
+// at most 2 output bytes per input byte (plus 16 bytes of store overshoot in the stage); a window
+// step reads 16 bytes and gives at most 40.
+constexpr unsigned kBlock = 64;
+constexpr std::ptrdiff_t kBlockInput = 80;
+constexpr unsigned kBlockRoom = 160;
+constexpr std::ptrdiff_t kWindowInput = 16;
+constexpr unsigned kWindowRoom = 40;
+// The last byte at which a stream through a block starts a step (its window reads to byte 67).
+constexpr unsigned kLastStepStart = 51;
+// The second stream's output: its bytes, and the 16-byte vectors that copy it behind the first's.
+constexpr unsigned kTailBytes = 96;
+constexpr int kTailVectors = 5;
+// The character ends of five three-byte characters in the first 15 bytes of a window.
+constexpr std::uint64_t kFiveThreeByteMask = 0x7FFF;
+constexpr std::uint64_t kFiveThreeByteEnds = 0x4924;
+// The bytes of a window whose character ends index the decoding tables (4096 entries).
+constexpr unsigned kTableWindow = 12;
+
+// UTF-16 to UTF-8: eight units a step, which give at most 24 bytes.
+constexpr std::ptrdiff_t kWideStepInput = 16;
+constexpr unsigned kWideStepRoom = 24;
 
 // ---------------------------------------------------------------------------------------------
 // Tables, built at compile time
@@ -183,71 +211,78 @@ struct Utf8Tables {
   alignas(16) std::int8_t shuffle[kShuffles][16];
 };
 
+// Shuffle `id`: the lengths of the characters it takes, then the byte each lane byte comes from.
+constexpr void MakeUtf8Shuffle(Utf8Tables& t, int id) {
+  for (int i = 0; i < 16; ++i) t.shuffle[id][i] = -128;  // zero
+  int lengths[6] = {};
+  int count;
+  int lane_bytes;
+  if (id < kShuffles16) {
+    count = 6;
+    lane_bytes = 2;
+    for (int j = 0; j < 6; ++j) lengths[j] = 1 + ((id >> j) & 1);
+  } else {
+    int code = id - kShuffles16;
+    count = 1;
+    for (int span = 3; code >= span; span *= 3) code -= span, ++count;
+    lane_bytes = 4;
+    for (int j = 0; j < count; ++j, code /= 3) lengths[j] = 1 + code % 3;
+  }
+  int offset = 0;
+  for (int j = 0; j < count; ++j) {
+    for (int k = 0; k < lengths[j]; ++k) {
+      t.shuffle[id][j * lane_bytes + k] = static_cast<std::int8_t>(offset + lengths[j] - 1 - k);
+    }
+    offset += lengths[j];
+  }
+}
+
+// The step of the window whose character ends are `mask`: the lengths of its first characters
+// choose the shuffle (six of one or two bytes, else up to four of one to three bytes).
+constexpr void MakeUtf8Step(Utf8Tables& t, int mask) {
+  int lengths[kTableWindow] = {};
+  int count = 0;
+  int start = 0;
+  for (int i = 0; i < static_cast<int>(kTableWindow); ++i) {
+    if ((mask >> i) & 1) {
+      lengths[count++] = i - start + 1;
+      start = i + 1;
+    }
+  }
+  bool small = count >= 6;
+  for (int j = 0; j < 6 && small; ++j) small = lengths[j] <= 2;
+  int id = 0;
+  int bytes = 0;
+  int units = 0;
+  if (small) {
+    for (int j = 0; j < 6; ++j) id |= (lengths[j] - 1) << j, bytes += lengths[j];
+    units = 6;
+  } else {
+    units = count < 4 ? count : 4;
+    int code = 0;
+    int offset = 0;
+    for (int k = 1, span = 3; k < units; ++k, span *= 3) offset += span;
+    bool ok = units > 0;
+    for (int j = units - 1; j >= 0; --j) {
+      ok = ok && lengths[j] <= 3;
+      code = code * 3 + (lengths[j] - 1);
+      bytes += lengths[j];
+    }
+    if (!ok) {
+      t.step[mask] = 0;
+      t.bytes[mask] = 0;
+      return;
+    }
+    id = kShuffles16 + offset + code;
+  }
+  t.step[mask] = static_cast<std::uint16_t>(id | bytes << 8 | units << 12);
+  t.bytes[mask] = static_cast<std::uint8_t>(bytes);
+}
+
 constexpr Utf8Tables MakeUtf8Tables() {
   Utf8Tables t{};
-  for (int id = 0; id < kShuffles; ++id) {
-    for (int i = 0; i < 16; ++i) t.shuffle[id][i] = -128;  // zero
-    int lengths[6] = {};
-    int count;
-    int lane_bytes;
-    if (id < kShuffles16) {
-      count = 6;
-      lane_bytes = 2;
-      for (int j = 0; j < 6; ++j) lengths[j] = 1 + ((id >> j) & 1);
-    } else {
-      int code = id - kShuffles16;
-      count = 1;
-      for (int span = 3; code >= span; span *= 3) code -= span, ++count;
-      lane_bytes = 4;
-      for (int j = 0; j < count; ++j, code /= 3) lengths[j] = 1 + code % 3;
-    }
-    int offset = 0;
-    for (int j = 0; j < count; ++j) {
-      for (int k = 0; k < lengths[j]; ++k) {
-        t.shuffle[id][j * lane_bytes + k] = static_cast<std::int8_t>(offset + lengths[j] - 1 - k);
-      }
-      offset += lengths[j];
-    }
-  }
-  for (int mask = 0; mask < 4096; ++mask) {
-    int lengths[12] = {};
-    int count = 0;
-    int start = 0;
-    for (int i = 0; i < 12; ++i) {
-      if ((mask >> i) & 1) {
-        lengths[count++] = i - start + 1;
-        start = i + 1;
-      }
-    }
-    bool small = count >= 6;
-    for (int j = 0; j < 6 && small; ++j) small = lengths[j] <= 2;
-    int id = 0;
-    int bytes = 0;
-    int units = 0;
-    if (small) {
-      for (int j = 0; j < 6; ++j) id |= (lengths[j] - 1) << j, bytes += lengths[j];
-      units = 6;
-    } else {
-      units = count < 4 ? count : 4;
-      int code = 0;
-      int offset = 0;
-      for (int k = 1, span = 3; k < units; ++k, span *= 3) offset += span;
-      bool ok = units > 0;
-      for (int j = units - 1; j >= 0; --j) {
-        ok = ok && lengths[j] <= 3;
-        code = code * 3 + (lengths[j] - 1);
-        bytes += lengths[j];
-      }
-      if (!ok) {
-        t.step[mask] = 0;
-        t.bytes[mask] = 0;
-        continue;
-      }
-      id = kShuffles16 + offset + code;
-    }
-    t.step[mask] = static_cast<std::uint16_t>(id | bytes << 8 | units << 12);
-    t.bytes[mask] = static_cast<std::uint8_t>(bytes);
-  }
+  for (int id = 0; id < kShuffles; ++id) MakeUtf8Shuffle(t, id);
+  for (int mask = 0; mask < (1 << kTableWindow); ++mask) MakeUtf8Step(t, mask);
   return t;
 }
 
@@ -493,14 +528,93 @@ __attribute__((target("sse4.1"))) inline unsigned BlockStep(const unsigned char*
     out_bytes += 32;
     return 16;
   }
-  if (pos + 15 <= known && ((ends >> pos) & 0x7FFF) == 0x4924) {  // five three-byte characters
+  if (pos + 15 <= known && ((ends >> pos) & kFiveThreeByteMask) == kFiveThreeByteEnds) {
     DecodeFiveThreeByte(v, dst + out_bytes);
     out_bytes += 10;
     return 15;
   }
   unsigned window = static_cast<unsigned>(ends >> pos);
-  if (known - pos < 12) window &= (1u << (known - pos)) - 1;
+  if (known - pos < kTableWindow) window &= (1u << (known - pos)) - 1;
   return DecodeWindow(v, window, dst + out_bytes, out_bytes);
+}
+
+// The byte classes of a 64-byte block, one bit a byte (see ByteClasses).
+struct BlockClasses {
+  std::uint64_t high = 0, cont = 0, lead3 = 0, lead4 = 0, overlong2 = 0, e0 = 0, ed = 0;
+  std::uint64_t low_cont = 0;
+};
+
+__attribute__((target("sse4.1"), always_inline)) inline BlockClasses ClassifyBlock(
+    const __m128i (&v)[4]) {
+  BlockClasses b;
+  for (int k = 0; k < 4; ++k) {
+    const ByteClasses c = Classify(v[k]);
+    b.high |= std::uint64_t{c.high} << (16 * k);
+    b.cont |= std::uint64_t{c.cont} << (16 * k);
+    b.lead3 |= std::uint64_t{c.lead3} << (16 * k);
+    b.lead4 |= std::uint64_t{c.lead4} << (16 * k);
+    b.overlong2 |= std::uint64_t{c.overlong2} << (16 * k);
+    b.e0 |= std::uint64_t{c.e0} << (16 * k);
+    b.ed |= std::uint64_t{c.ed} << (16 * k);
+    b.low_cont |= std::uint64_t{c.low_cont} << (16 * k);
+  }
+  return b;
+}
+
+// A block that is not all valid one- to three-byte characters, window by window; false when the
+// per-character rule must take over.
+template <bool kStandard>
+__attribute__((target("sse4.1"), always_inline)) inline bool WindowsThroughBlock(
+    const unsigned char*& p, const unsigned char* end, StagedOutput& o) {
+  const unsigned char* block_end = p + kBlock;
+  bool common = true;
+  while (common && p < block_end) common = WindowStep<kStandard>(p, end, o);
+  return common;
+}
+
+// Decodes a block of valid one- to three-byte characters (those running past the block are
+// checked only up to its end) into `dst`. Returns the input bytes taken and adds the output to
+// `out_bytes`. The block is taken as two streams, split at the first character boundary from
+// byte 32, whose steps interleave: each step waits for the table lookup of the one before in its
+// stream; `tail` holds the second stream's output. Runs of three-byte characters (CJK text) need
+// no lookups and go in one stream.
+__attribute__((target("sse4.1"), always_inline)) inline unsigned DecodeValidBlock(
+    const unsigned char* p, std::uint64_t high, std::uint64_t cont, unsigned char* dst,
+    unsigned char* tail, unsigned& out_bytes) {
+  const std::uint64_t ends = ~(cont >> 1);
+  if ((ends & kFiveThreeByteMask) == kFiveThreeByteEnds) {
+    unsigned pos = 0;
+    while (pos <= kLastStepStart) {
+      const unsigned n = BlockStep(p, high, ends, pos, kBlock, kBlock - 1, dst, out_bytes);
+      if (n == 0) break;
+      pos += n;
+    }
+    return pos;
+  }
+  unsigned split = kBlock / 2;
+  while ((cont >> split) & 1) ++split;
+  unsigned first_pos = 0, first_out = 0, pos = split, second_out = 0;
+  bool first_on = true, second_on = true;
+  while (first_on || second_on) {
+    if (first_on) {
+      const unsigned n = BlockStep(p, high, ends, first_pos, split, split, dst, first_out);
+      first_pos += n;
+      first_on = n != 0 && first_pos < split;
+    }
+    if (second_on) {
+      const unsigned n = BlockStep(p, high, ends, pos, kBlock, kBlock - 1, tail, second_out);
+      pos += n;
+      second_on = n != 0 && pos <= kLastStepStart;
+    }
+  }
+  out_bytes += first_out;
+  if (first_pos < split) return first_pos;
+  for (int k = 0; k < kTailVectors; ++k) {
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + first_out + 16 * k),
+                     _mm_load_si128(reinterpret_cast<const __m128i*>(tail + 16 * k)));
+  }
+  out_bytes += second_out;
+  return pos;
 }
 
 // Blocks of 64 bytes are classified at once, so that stepping from one character window to the
@@ -517,10 +631,8 @@ __attribute__((target("sse4.1"))) void Utf8ToUtf16Sse(unsigned char* out, unsign
   const unsigned char* p = in;
   const unsigned char* const end = in + in_size;
   bool common = true;
-  alignas(16) unsigned char tail[96] = {};  // the second stream's output
-  // A block reads up to 68 bytes and gives at most 2 output bytes per input byte (plus 16 bytes
-  // of store overshoot in the stage).
-  while (common && end - p >= 80 && o.Room() >= 160) {
+  alignas(16) unsigned char tail[kTailBytes] = {};  // the second stream's output
+  while (common && end - p >= kBlockInput && o.Room() >= kBlockRoom) {
     o.MakeRoom();
     __m128i v[4];
     for (int k = 0; k < 4; ++k)
@@ -528,86 +640,28 @@ __attribute__((target("sse4.1"))) void Utf8ToUtf16Sse(unsigned char* out, unsign
     const __m128i any = _mm_or_si128(_mm_or_si128(v[0], v[1]), _mm_or_si128(v[2], v[3]));
     if (Mask(any) == 0) {
       for (int k = 0; k < 4; ++k) WidenAscii16(v[k], o.Next() + 32 * k);
-      o.Add(128);
-      p += 64;
+      o.Add(2 * kBlock);
+      p += kBlock;
       continue;
     }
     const __m128i top = _mm_max_epu8(_mm_max_epu8(v[0], v[1]), _mm_max_epu8(v[2], v[3]));
-    if (Mask(_mm_cmpgt_epi8(top, _mm_set1_epi8(-17))) & Mask(top)) {
-      // A byte from 0xF0 up: window by window through the block.
-      const unsigned char* block_end = p + 64;
-      while (common && p < block_end) common = WindowStep<kStandard>(p, end, o);
+    if (Mask(_mm_cmpgt_epi8(top, _mm_set1_epi8(-17))) & Mask(top)) {  // a byte from 0xF0 up
+      common = WindowsThroughBlock<kStandard>(p, end, o);
       continue;
     }
-    std::uint64_t high = 0, cont = 0, lead3 = 0, lead4 = 0, overlong2 = 0, e0 = 0, ed = 0;
-    std::uint64_t low_cont = 0;
-    for (int k = 0; k < 4; ++k) {
-      const ByteClasses c = Classify(v[k]);
-      high |= std::uint64_t{c.high} << (16 * k);
-      cont |= std::uint64_t{c.cont} << (16 * k);
-      lead3 |= std::uint64_t{c.lead3} << (16 * k);
-      lead4 |= std::uint64_t{c.lead4} << (16 * k);
-      overlong2 |= std::uint64_t{c.overlong2} << (16 * k);
-      e0 |= std::uint64_t{c.e0} << (16 * k);
-      ed |= std::uint64_t{c.ed} << (16 * k);
-      low_cont |= std::uint64_t{c.low_cont} << (16 * k);
-    }
-    if (BadPositions<kStandard>(high, cont, lead3, lead4, overlong2, e0, ed, low_cont) != 0) {
-      // Not a block of valid one- to three-byte characters: window by window through it.
-      const unsigned char* block_end = p + 64;
-      while (common && p < block_end) common = WindowStep<kStandard>(p, end, o);
+    const BlockClasses c = ClassifyBlock(v);
+    if (BadPositions<kStandard>(c.high, c.cont, c.lead3, c.lead4, c.overlong2, c.e0, c.ed,
+                                c.low_cont) != 0) {
+      common = WindowsThroughBlock<kStandard>(p, end, o);
       continue;
     }
-    // Valid throughout (characters running past the block are checked only up to its end). The
-    // block is taken as two streams, split at the first character boundary from byte 32, whose
-    // steps interleave: each step waits for the table lookup of the one before in its stream.
-    const std::uint64_t ends = ~(cont >> 1);
-    unsigned char* const dst = o.Next();
-    if ((ends & 0x7FFF) == 0x4924) {
-      // Runs of three-byte characters (CJK text) need no lookups: one stream.
-      unsigned out_bytes = 0;
-      unsigned pos = 0;
-      while (pos <= 51) {
-        const unsigned n = BlockStep(p, high, ends, pos, 64, 63, dst, out_bytes);
-        if (n == 0) break;
-        pos += n;
-      }
-      o.Add(out_bytes);
-      p += pos;
-      if (pos == 0) common = WindowStep<kStandard>(p, end, o);
-      continue;
-    }
-    unsigned split = 32;
-    while ((cont >> split) & 1) ++split;
-    unsigned first_pos = 0, first_out = 0, pos = split, second_out = 0;
-    bool first_on = true, second_on = true;
-    while (first_on || second_on) {
-      if (first_on) {
-        const unsigned n = BlockStep(p, high, ends, first_pos, split, split, dst, first_out);
-        first_pos += n;
-        first_on = n != 0 && first_pos < split;
-      }
-      if (second_on) {
-        const unsigned n = BlockStep(p, high, ends, pos, 64, 63, tail, second_out);
-        pos += n;
-        second_on = n != 0 && pos <= 51;
-      }
-    }
-    unsigned out_bytes = first_out;
-    if (first_pos < split) {
-      pos = first_pos;
-    } else {
-      for (int k = 0; k < 5; ++k) {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + first_out + 16 * k),
-                         _mm_load_si128(reinterpret_cast<const __m128i*>(tail + 16 * k)));
-      }
-      out_bytes += second_out;
-    }
+    unsigned out_bytes = 0;
+    const unsigned pos = DecodeValidBlock(p, c.high, c.cont, o.Next(), tail, out_bytes);
     o.Add(out_bytes);
     p += pos;
     if (pos == 0) common = WindowStep<kStandard>(p, end, o);
   }
-  while (common && end - p >= 16 && o.Room() >= 40) {
+  while (common && end - p >= kWindowInput && o.Room() >= kWindowRoom) {
     o.MakeRoom();
     common = WindowStep<kStandard>(p, end, o);
   }
@@ -616,6 +670,51 @@ __attribute__((target("sse4.1"))) void Utf8ToUtf16Sse(unsigned char* out, unsign
   if (common) Utf8Scalar<kStandard>(p, end, end, out, w, out_size);
   written = w;
   consumed = static_cast<unsigned>(p - in);
+}
+
+// Eight units below 0x800 as one- and two-byte sequences at `dst` (16 bytes are stored); returns
+// the bytes of the sequences.
+__attribute__((target("sse4.1"), always_inline)) inline unsigned EncodeBelow800(
+    __m128i a, unsigned char* dst) {
+  const __m128i ascii = _mm_cmplt_epi16(a, _mm_set1_epi16(0x80));
+  const unsigned mask =
+      static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(ascii, ascii))) & 0xFF;
+  const __m128i lead = _mm_or_si128(_mm_srli_epi16(a, 6), _mm_set1_epi16(0xC0));
+  const __m128i tail = _mm_or_si128(_mm_and_si128(a, _mm_set1_epi16(0x3F)), _mm_set1_epi16(0x80));
+  const __m128i two = _mm_or_si128(lead, _mm_slli_epi16(tail, 8));
+  const __m128i lanes = _mm_blendv_epi8(two, a, ascii);
+  const __m128i shuffle =
+      _mm_load_si128(reinterpret_cast<const __m128i*>(kUtf16Tables.pack12[mask]));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), _mm_shuffle_epi8(lanes, shuffle));
+  return kUtf16Tables.length12[mask];
+}
+
+// Eight units (no surrogates in the standard form) as one- to three-byte sequences at `dst`, four
+// at a time in 32-bit lanes; returns the bytes of the sequences (16 more bytes may be stored).
+__attribute__((target("sse4.1"), always_inline)) inline unsigned EncodeUnits(__m128i a,
+                                                                             unsigned char* dst) {
+  unsigned length = 0;
+  for (int half = 0; half < 2; ++half) {
+    const __m128i u = _mm_cvtepu16_epi32(half == 0 ? a : _mm_srli_si128(a, 8));
+    const __m128i low6 = _mm_or_si128(_mm_and_si128(u, _mm_set1_epi32(0x3F)), _mm_set1_epi32(0x80));
+    const __m128i mid6 = _mm_or_si128(_mm_and_si128(_mm_srli_epi32(u, 6), _mm_set1_epi32(0x3F)),
+                                      _mm_set1_epi32(0x80));
+    const __m128i three =
+        _mm_or_si128(_mm_or_si128(_mm_srli_epi32(u, 12), _mm_set1_epi32(0xE0)),
+                     _mm_or_si128(_mm_slli_epi32(mid6, 8), _mm_slli_epi32(low6, 16)));
+    const __m128i two = _mm_or_si128(_mm_or_si128(_mm_srli_epi32(u, 6), _mm_set1_epi32(0xC0)),
+                                     _mm_slli_epi32(low6, 8));
+    const __m128i is1 = _mm_cmplt_epi32(u, _mm_set1_epi32(0x80));
+    const __m128i is2 = _mm_cmplt_epi32(u, _mm_set1_epi32(0x800));
+    const __m128i lanes = _mm_blendv_epi8(_mm_blendv_epi8(three, two, is2), u, is1);
+    const unsigned index = static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(is1))) |
+                           static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(is2))) << 4;
+    const __m128i shuffle =
+        _mm_load_si128(reinterpret_cast<const __m128i*>(kUtf16Tables.pack123[index]));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + length), _mm_shuffle_epi8(lanes, shuffle));
+    length += kUtf16Tables.length123[index];
+  }
+  return length;
 }
 
 template <bool kStandard>
@@ -632,7 +731,7 @@ __attribute__((target("sse4.1"))) void Utf16ToUtf8Sse(unsigned char* out, unsign
     staged = 0;
   };
   const __m128i not_ascii = _mm_set1_epi16(static_cast<short>(0xFF80));
-  while (end - p >= 16 && out_size - w >= 24) {
+  while (end - p >= kWideStepInput && out_size - w >= kWideStepRoom) {
     if (staged > kStage - kStageSlack) flush();
     const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
     if (_mm_testz_si128(a, not_ascii)) {
@@ -660,46 +759,11 @@ __attribute__((target("sse4.1"))) void Utf16ToUtf8Sse(unsigned char* out, unsign
         continue;
       }
     }
-    if (_mm_testz_si128(a, _mm_set1_epi16(static_cast<short>(0xF800)))) {  // all below 0x800
-      const __m128i ascii = _mm_cmplt_epi16(a, _mm_set1_epi16(0x80));
-      const unsigned mask =
-          static_cast<unsigned>(_mm_movemask_epi8(_mm_packs_epi16(ascii, ascii))) & 0xFF;
-      const __m128i lead = _mm_or_si128(_mm_srli_epi16(a, 6), _mm_set1_epi16(0xC0));
-      const __m128i tail =
-          _mm_or_si128(_mm_and_si128(a, _mm_set1_epi16(0x3F)), _mm_set1_epi16(0x80));
-      const __m128i two = _mm_or_si128(lead, _mm_slli_epi16(tail, 8));
-      const __m128i lanes = _mm_blendv_epi8(two, a, ascii);
-      const __m128i shuffle =
-          _mm_load_si128(reinterpret_cast<const __m128i*>(kUtf16Tables.pack12[mask]));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(stage + staged),
-                       _mm_shuffle_epi8(lanes, shuffle));
-      const unsigned length = kUtf16Tables.length12[mask];
-      staged += length, w += length, p += 16;
-      continue;
-    }
-    for (int half = 0; half < 2; ++half) {
-      const __m128i u = _mm_cvtepu16_epi32(half == 0 ? a : _mm_srli_si128(a, 8));
-      const __m128i low6 =
-          _mm_or_si128(_mm_and_si128(u, _mm_set1_epi32(0x3F)), _mm_set1_epi32(0x80));
-      const __m128i mid6 = _mm_or_si128(_mm_and_si128(_mm_srli_epi32(u, 6), _mm_set1_epi32(0x3F)),
-                                        _mm_set1_epi32(0x80));
-      const __m128i three =
-          _mm_or_si128(_mm_or_si128(_mm_srli_epi32(u, 12), _mm_set1_epi32(0xE0)),
-                       _mm_or_si128(_mm_slli_epi32(mid6, 8), _mm_slli_epi32(low6, 16)));
-      const __m128i two = _mm_or_si128(_mm_or_si128(_mm_srli_epi32(u, 6), _mm_set1_epi32(0xC0)),
-                                       _mm_slli_epi32(low6, 8));
-      const __m128i is1 = _mm_cmplt_epi32(u, _mm_set1_epi32(0x80));
-      const __m128i is2 = _mm_cmplt_epi32(u, _mm_set1_epi32(0x800));
-      const __m128i lanes = _mm_blendv_epi8(_mm_blendv_epi8(three, two, is2), u, is1);
-      const unsigned index = static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(is1))) |
-                             static_cast<unsigned>(_mm_movemask_ps(_mm_castsi128_ps(is2))) << 4;
-      const __m128i shuffle =
-          _mm_load_si128(reinterpret_cast<const __m128i*>(kUtf16Tables.pack123[index]));
-      _mm_storeu_si128(reinterpret_cast<__m128i*>(stage + staged),
-                       _mm_shuffle_epi8(lanes, shuffle));
-      const unsigned length = kUtf16Tables.length123[index];
-      staged += length, w += length;
-    }
+    const unsigned length =
+        _mm_testz_si128(a, _mm_set1_epi16(static_cast<short>(0xF800)))  // all below 0x800
+            ? EncodeBelow800(a, stage + staged)
+            : EncodeUnits(a, stage + staged);
+    staged += length, w += length;
     p += 16;
   }
   flush();

@@ -7,9 +7,9 @@
 // loop. For what it takes, it writes exactly the bytes that the per-character rule writes and no
 // other byte of `out`, so the two together give results identical to the per-character rule.
 //
-// Each conversion comes in the two UTF-8 forms of utf8_codec.h: lenient (the "utf-8" converters)
-// and standard (the "utf-8-standard" converters, which stop at an encoded surrogate when decoding
-// and pair surrogates when encoding).
+// Each conversion comes in the two UTF-8 forms of unicode/utf_codec.h: lenient (the "utf-8"
+// converters) and standard (the "utf-8-standard" converters, which stop at an encoded surrogate
+// when decoding and pair surrogates when encoding).
 #ifndef KIV_SRC_TEXT_CONVERTERS_UTF8_FAST_H_
 #define KIV_SRC_TEXT_CONVERTERS_UTF8_FAST_H_
 

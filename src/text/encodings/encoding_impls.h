@@ -8,7 +8,7 @@
 
 #include "kiv/encodings.h"
 #include "kiv/exception.h"
-#include "text/converters/utf8_codec.h"
+#include "unicode/utf_codec.h"
 
 namespace kiv {
 
@@ -68,9 +68,9 @@ class FixedTextEncoding : public CommonTextEncodingImpl {
   bool flag_;
 };
 
-// The cursor with which a UTF-8 encoding walks its text, in one of the two forms of utf8_codec.h:
-// lenient (the "utf-8" encoding: one to six bytes, overlong forms invalid) or standard (the
-// "utf-8-standard" encoding: exactly the characters its converter accepts).
+// The cursor with which a UTF-8 encoding walks its text, in one of the two forms of
+// unicode/utf_codec.h: lenient (the "utf-8" encoding: one to six bytes, overlong forms invalid) or
+// standard (the "utf-8-standard" encoding: exactly the characters its converter accepts).
 template <bool kStandard>
 class BasicUTF8TextEnumeration {
  public:
@@ -102,8 +102,8 @@ class BasicUTF8TextEnumeration {
       length = bounded_ ? codec::StandardUtf8Decode<true>(pos_, end_, value)
                         : codec::StandardUtf8Decode<false>(pos_, nullptr, value);
     } else {
-      length = bounded_ ? codec::Utf8Decode<true>(pos_, end_, value)
-                        : codec::Utf8Decode<false>(pos_, nullptr, value);
+      length = bounded_ ? codec::LenientUtf8Decode<true>(pos_, end_, value)
+                        : codec::LenientUtf8Decode<false>(pos_, nullptr, value);
     }
     if (length == codec::kUtf8Incomplete) {
       truncated_ = true;

@@ -9,8 +9,8 @@
 #include "kiv/exception.h"
 #include "platform/wide_ctype.h"
 #include "text/converters/converter_impls.h"
-#include "text/converters/utf8_codec.h"
 #include "text/encodings/encoding_impls.h"
+#include "unicode/utf_codec.h"
 
 namespace kiv {
 
@@ -59,7 +59,7 @@ inline bool IsSpaceUnit(char u) noexcept {
 }
 inline bool IsSpaceUnit(unsigned short u) noexcept { return platform::IsSpaceWide(u) != 0; }
 inline bool IsSpaceUnit(std::uint32_t u) noexcept {
-  return u < 0xD800 && platform::IsSpaceWide(u) != 0;
+  return u < codec::kLeadSurrogateFirst && platform::IsSpaceWide(u) != 0;
 }
 
 // The number of whole units of `T` at the start of `a` and `b` (each `units` long) that are
@@ -282,7 +282,9 @@ unsigned VariableTextEncoding<U, E>::CharacterCount(const void* data, unsigned l
 
 template <class U, class E>
 unsigned VariableTextEncoding<U, E>::Trim(const void*& data, unsigned& length) const {
-  auto is_space = [](std::uint32_t c) { return c < 0xD800 && platform::IsSpaceWide(c) != 0; };
+  auto is_space = [](std::uint32_t c) {
+    return c < codec::kLeadSurrogateFirst && platform::IsSpaceWide(c) != 0;
+  };
   E e;
   e.Start(data, length);
   // Leading white space.

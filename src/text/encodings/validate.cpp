@@ -8,9 +8,9 @@
 
 #include "kiv/encodings.h"
 #include "kiv/exception.h"
-#include "text/converters/utf8_codec.h"
 #include "text/converters/utf8_fast.h"
 #include "text/encodings/encoding_impls.h"
+#include "unicode/utf_codec.h"
 
 namespace kiv {
 
@@ -24,31 +24,29 @@ TextValidation Invalid(std::size_t offset, const char* reason) {
 }
 TextValidation CutOff(std::size_t offset) { return {false, true, offset, kCutOff}; }
 
-bool IsContinuation(unsigned b) { return (b & 0xC0) == 0x80; }
-
 // Why the lenient decoder, or the converter after it, refuses the character at `p`.
 const char* LenientFault(const unsigned char* p, const unsigned char* e) {
   const unsigned lead = p[0];
-  if (IsContinuation(lead)) return "stray continuation byte";
+  if (codec::IsUtf8Continuation(lead)) return "stray continuation byte";
   if (lead >= 0xFE) return "byte 0xFE or 0xFF";
-  const int length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : lead < 0xF8 ? 4 : lead < 0xFC ? 5 : 6;
+  const int length = codec::Utf8SequenceLength(lead);
   for (int i = 1; i < length; ++i) {
-    if (!IsContinuation(p[i])) return "missing continuation byte";
+    if (!codec::IsUtf8Continuation(p[i])) return "missing continuation byte";
   }
   std::uint32_t value = 0;
-  if (codec::Utf8Decode(p, e, value) == codec::kUtf8Invalid) return "overlong form";
+  if (codec::LenientUtf8Decode(p, e, value) == codec::kUtf8Invalid) return "overlong form";
   return "value above U+10FFFF";
 }
 
 // Why the standard decoder refuses the character at `p`: the first byte out of its range says.
 const char* StandardFault(const unsigned char* p, const unsigned char* e) {
   const unsigned lead = p[0];
-  if (IsContinuation(lead)) return "stray continuation byte";
+  if (codec::IsUtf8Continuation(lead)) return "stray continuation byte";
   if (lead == 0xC0 || lead == 0xC1) return "overlong form";
   if (lead >= 0xF5) return lead >= 0xF8 ? "byte never used in UTF-8" : "value above U+10FFFF";
-  const int length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
+  const int length = codec::Utf8SequenceLength(lead);
   for (int i = 1; i < length && p + i < e; ++i) {
-    if (!IsContinuation(p[i])) return "missing continuation byte";
+    if (!codec::IsUtf8Continuation(p[i])) return "missing continuation byte";
   }
   // Every later byte is a continuation byte: the second one is out of the lead's narrower range.
   if (lead == 0xED) return "encoded surrogate";
@@ -69,8 +67,8 @@ TextValidation ValidateUtf8(const unsigned char* text, std::size_t bytes) {
         static_cast<std::size_t>(end - p) > kByCharacter ? p + kByCharacter : end;
     while (p < stop) {
       std::uint32_t value = 0;
-      const int length =
-          kStandard ? codec::StandardUtf8Decode(p, end, value) : codec::Utf8Decode(p, end, value);
+      const int length = kStandard ? codec::StandardUtf8Decode(p, end, value)
+                                   : codec::LenientUtf8Decode(p, end, value);
       const auto offset = static_cast<std::size_t>(p - text);
       if (length == codec::kUtf8Incomplete) return CutOff(offset);
       if (length < 0 || value > codec::kMaxScalar) {

@@ -1,3 +1,4 @@
+// The event over the standard library alone, for every system without an event of its own.
 #include "platform/event.h"
 
 #include <chrono>

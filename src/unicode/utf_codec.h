@@ -1,17 +1,22 @@
-// The character codecs shared by the converters and the encodings: UTF-8 in two forms, the UTF-32
-// to UTF-16 step, and unaligned access to 16- and 32-bit code units (text buffers handed to
-// converters may start at any byte).
+// The one home of character coding: UTF-8 in two forms, UTF-16 units and surrogates, and unaligned
+// access to 16- and 32-bit code units (text buffers handed to converters may start at any byte).
+// Every layer codes characters through these (the platform's UTF-8 names of files and
+// environment variables included), so the header sits in its own folder below all the others and
+// includes nothing of the library.
 //
 // The two UTF-8 forms:
-// - lenient (Utf8Decode), the library's original form: one to six bytes, 31-bit values, encoded
-//   surrogates accepted, a cut-off sequence judged from its lead byte alone. The "utf-8" encoding
-//   uses it and stored text depends on it.
-// - standard (StandardUtf8Decode): one to four bytes, values up to 0x10FFFF, no surrogates,
-//   shortest forms only; what HTTP clients expect. The "utf-8-standard" encoding uses it.
-// Both encode with Utf8Encode, which writes the shortest form of any value it is given.
-#ifndef KIV_SRC_TEXT_CONVERTERS_UTF8_CODEC_H_
-#define KIV_SRC_TEXT_CONVERTERS_UTF8_CODEC_H_
+// - lenient (LenientUtf8Decode), the library's original form: one to six bytes, 31-bit values,
+//   encoded surrogates accepted, a cut-off sequence judged from its lead byte alone. The "utf-8"
+//   encoding uses it and stored text depends on it.
+// - standard (StandardUtf8Decode, RFC 3629): one to four bytes, values up to U+10FFFF, no
+//   surrogates, shortest forms only; what other programs expect. The "utf-8-standard" encoding,
+//   standard C++ text and the system's names use it.
+// Both encode with Utf8Encode, which writes the shortest form of any value it is given; the
+// standard form hands it scalar values only (surrogate pairs joined first).
+#ifndef KIV_SRC_UNICODE_UTF_CODEC_H_
+#define KIV_SRC_UNICODE_UTF_CODEC_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 
@@ -30,7 +35,84 @@ inline std::uint32_t Load32(const void* p) noexcept {
 inline void Store16(void* p, std::uint16_t v) noexcept { std::memcpy(p, &v, sizeof v); }
 inline void Store32(void* p, std::uint32_t v) noexcept { std::memcpy(p, &v, sizeof v); }
 
-// Results of Utf8Decode besides a length.
+// ---------------------------------------------------------------------------------------------
+// UTF-16 and the scalar values
+
+constexpr std::uint32_t kMaxScalar = 0x10FFFF;
+constexpr std::uint32_t kFirstSupplementary = 0x10000;  // the first value that needs a pair
+constexpr std::uint32_t kLeadSurrogateFirst = 0xD800;
+constexpr std::uint32_t kTrailSurrogateFirst = 0xDC00;
+constexpr std::uint32_t kReplacementCharacter = 0xFFFD;
+
+inline bool IsSurrogate(std::uint32_t c) noexcept { return (c & 0xFFFFF800u) == 0xD800; }
+inline bool IsLeadSurrogate(std::uint32_t c) noexcept { return (c & 0xFFFFFC00u) == 0xD800; }
+inline bool IsTrailSurrogate(std::uint32_t c) noexcept { return (c & 0xFFFFFC00u) == 0xDC00; }
+inline std::uint32_t CombineSurrogates(std::uint32_t lead, std::uint32_t trail) noexcept {
+  return kFirstSupplementary + ((lead - kLeadSurrogateFirst) << 10) +
+         (trail - kTrailSurrogateFirst);
+}
+// The pair of a value from kFirstSupplementary to kMaxScalar.
+inline std::uint16_t LeadSurrogateOf(std::uint32_t c) noexcept {
+  return static_cast<std::uint16_t>(kLeadSurrogateFirst + ((c - kFirstSupplementary) >> 10));
+}
+inline std::uint16_t TrailSurrogateOf(std::uint32_t c) noexcept {
+  return static_cast<std::uint16_t>(kTrailSurrogateFirst + (c & 0x3FF));
+}
+
+// Writes `c` (at most kMaxScalar) as one unit or a surrogate pair; returns the units written.
+template <class Unit>
+inline int Utf16Encode(Unit* units, std::uint32_t c) noexcept {
+  if (c < kFirstSupplementary) {
+    units[0] = static_cast<Unit>(c);
+    return 1;
+  }
+  units[0] = static_cast<Unit>(LeadSurrogateOf(c));
+  units[1] = static_cast<Unit>(TrailSurrogateOf(c));
+  return 2;
+}
+
+// Reads the character of the `count` units at `units` (count > 0): a lead surrogate followed by
+// its trail joins them, anything else is one unit as it stands (a lone surrogate included).
+// Returns the units read.
+template <class Unit>
+inline int Utf16Decode(const Unit* units, std::size_t count, std::uint32_t& c) noexcept {
+  c = static_cast<std::uint16_t>(units[0]);
+  if (count > 1 && IsLeadSurrogate(c) && IsTrailSurrogate(static_cast<std::uint16_t>(units[1]))) {
+    c = CombineSurrogates(c, static_cast<std::uint16_t>(units[1]));
+    return 2;
+  }
+  return 1;
+}
+
+// ---------------------------------------------------------------------------------------------
+// UTF-8
+
+constexpr int kStandardUtf8MaxLength = 4;
+
+inline bool IsUtf8Continuation(unsigned byte) noexcept { return (byte & 0xC0) == 0x80; }
+
+// The length of the sequence a lead byte announces in the lenient form (1 for ASCII, and for a
+// continuation byte, 0xFE and 0xFF, which lead nothing). The standard leads C2-F4 announce the
+// same lengths.
+inline int Utf8SequenceLength(unsigned lead) noexcept {
+  if (lead < 0xC0) return 1;
+  if (lead < 0xE0) return 2;
+  if (lead < 0xF0) return 3;
+  if (lead < 0xF8) return 4;
+  if (lead < 0xFC) return 5;
+  return lead < 0xFE ? 6 : 1;
+}
+
+// The length of the shortest form of `c`, as Utf8Encode writes it.
+inline int Utf8Length(std::uint32_t c) noexcept {
+  if (c < 0x80) return 1;
+  if (c < 0x800) return 2;
+  if (c < 0x10000) return 3;
+  if (c < 0x200000) return 4;
+  return c < 0x4000000 ? 5 : 6;
+}
+
+// Results of the UTF-8 decoders besides a length.
 constexpr int kUtf8Incomplete = 0;
 constexpr int kUtf8Invalid = -1;
 
@@ -41,8 +123,8 @@ constexpr int kUtf8Invalid = -1;
 // Encoded surrogate values are accepted. With `Bounded` false there is no end: the text is
 // terminated, and a terminator inside a sequence is a missing continuation byte.
 template <bool Bounded = true>
-inline int Utf8Decode(const unsigned char* p, const unsigned char* e,
-                      std::uint32_t& value) noexcept {
+inline int LenientUtf8Decode(const unsigned char* p, const unsigned char* e,
+                             std::uint32_t& value) noexcept {
   const unsigned lead = p[0];
   if (lead < 0x80) {
     value = lead;
@@ -71,7 +153,7 @@ inline int Utf8Decode(const unsigned char* p, const unsigned char* e,
   }
   for (int i = 1; i < length; ++i) {
     const unsigned c = p[i];
-    if ((c & 0xC0) != 0x80) return kUtf8Invalid;
+    if (!IsUtf8Continuation(c)) return kUtf8Invalid;
     v = (v << 6) | (c & 0x3F);
   }
   // The upper limit of each length holds by construction (the bits available); only overlong
@@ -79,17 +161,6 @@ inline int Utf8Decode(const unsigned char* p, const unsigned char* e,
   if (v < minimum) return kUtf8Invalid;
   value = v;
   return length;
-}
-
-// Bounds of standard UTF-8 sequences.
-constexpr std::uint32_t kMaxScalar = 0x10FFFF;
-constexpr int kStandardUtf8MaxLength = 4;
-
-inline bool IsSurrogate(std::uint32_t c) noexcept { return (c & 0xFFFFF800u) == 0xD800; }
-inline bool IsLeadSurrogate(std::uint32_t c) noexcept { return (c & 0xFFFFFC00u) == 0xD800; }
-inline bool IsTrailSurrogate(std::uint32_t c) noexcept { return (c & 0xFFFFFC00u) == 0xDC00; }
-inline std::uint32_t CombineSurrogates(std::uint32_t lead, std::uint32_t trail) noexcept {
-  return 0x10000 + ((lead - 0xD800) << 10) + (trail - 0xDC00);
 }
 
 // Decodes the standard UTF-8 character at `p` (which must lie before `e`). Returns its length (1
@@ -174,17 +245,17 @@ inline int Utf8Encode(unsigned char* p, const unsigned char* e, std::uint32_t c)
 // lead surrogate), -1 for values of 0x110000 and above. Values 0xD800-0xDFFF pass unchecked.
 inline int PutUtf16(unsigned char* out, unsigned units, std::uint32_t c) noexcept {
   if (units == 0) return 0;
-  if (c < 0x10000) {
+  if (c < kFirstSupplementary) {
     Store16(out, static_cast<std::uint16_t>(c));
     return 1;
   }
-  if (c >= 0x110000) return -1;
-  Store16(out, static_cast<std::uint16_t>(0xD800 + ((c - 0x10000) >> 10)));
+  if (c > kMaxScalar) return -1;
+  Store16(out, LeadSurrogateOf(c));
   if (units < 2) return 0;
-  Store16(out + 2, static_cast<std::uint16_t>(0xDC00 + (c & 0x3FF)));
+  Store16(out + 2, TrailSurrogateOf(c));
   return 2;
 }
 
 }  // namespace kiv::codec
 
-#endif  // KIV_SRC_TEXT_CONVERTERS_UTF8_CODEC_H_
+#endif  // KIV_SRC_UNICODE_UTF_CODEC_H_
