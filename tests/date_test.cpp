@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <kiv/date.h>
 #include <kiv/exception.h>
-#include <stdlib.h>
 #include <time.h>
 
 #include <chrono>
@@ -21,32 +20,6 @@ using testing::Utf8;
 
 constexpr std::int64_t kDay = 86400000;
 constexpr std::int64_t kJulian1970 = 210866803200000;
-
-#if !defined(_WIN32)
-// Sets TZ for the life of the object.
-class ScopedZone {
- public:
-  explicit ScopedZone(const char* zone) {
-    const char* old = getenv("TZ");
-    had_ = old != nullptr;
-    if (had_) old_ = old;
-    setenv("TZ", zone, 1);
-    tzset();
-  }
-  ~ScopedZone() {
-    if (had_) {
-      setenv("TZ", old_.c_str(), 1);
-    } else {
-      unsetenv("TZ");
-    }
-    tzset();
-  }
-
- private:
-  bool had_ = false;
-  std::string old_;
-};
-#endif
 
 TEST(Date, FieldsAgreeWithTheStandardCalendarFromJulianDayZeroToYear9999) {
   using namespace std::chrono;
@@ -195,7 +168,7 @@ TEST(DateZone, CurrentOffsetFollowsTZ) {
   for (Case c : {Case{"UTC0", 0}, Case{"EST5", -18000000}, Case{"IST-5:30", 19800000},
                  // Daylight saving all year round: standard -3 hours, daylight one hour more.
                  Case{"AAA3BBB,J1/0,J365/25", -7200000}}) {
-    ScopedZone zone(c.zone);
+    testing::ScopedZone zone(c.zone);
     EXPECT_EQ(DateExp::CurrentTimeZoneOffset(), c.offset) << c.zone;
     // Make(time) takes the offset in force now.
     EXPECT_EQ(DateExp::Make(kJulian1970)->GetTimeZoneOffset(), c.offset);

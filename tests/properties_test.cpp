@@ -18,7 +18,6 @@ namespace kiv {
 namespace {
 
 using testing::MakeReader;
-using testing::MemoryOutput;
 using testing::Utf8;
 using testing::Wide;
 
@@ -42,11 +41,7 @@ HierHashtable Parse(const std::string& bytes, const TextEncoding& encoding) {
 }
 
 std::string Store(const HierHashtable& tree, const TextEncoding& encoding) {
-  Ref<MemoryOutput> out(new MemoryOutput);
-  Writer writer = WriterExp::Make(encoding, SyncOutputStream(out.Get()));
-  PropertiesExp::Store(tree, writer);
-  writer->Flush();
-  return out->text;
+  return testing::WrittenText([&](Writer& w) { PropertiesExp::Store(tree, w); }, encoding);
 }
 
 // The same text in another encoding, machine order for the wide ones.

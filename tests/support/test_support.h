@@ -54,7 +54,7 @@ std::string SystemErrorText(int code);
 std::string CorpusDir();
 
 // What `write` writes through a writer of `encoding` into memory, flushed.
-std::string WrittenText(const std::function<void(const Writer&)>& write,
+std::string WrittenText(const std::function<void(Writer&)>& write,
                         const TextEncoding& encoding = TextEncodingExp::MakeUTF8());
 
 // Reads `in` to its end with reads of `count` bytes.
