@@ -175,13 +175,8 @@ TEST(StrictChunked, RefusesMalformedFramingNamingTheFaultAndItsOffset) {
   char buf[8];
   EXPECT_EQ(bad->Read(buf, 8, -1), 5u);
   for (int i = 0; i < 2; ++i) {
-    try {
-      bad->Read(buf, 8, -1);
-      ADD_FAILURE() << "no refusal";
-    } catch (const kiv::IOException& e) {
-      EXPECT_EQ(kiv::testing::Utf8(e.ToString()),
-                "kiv::ChunkedFormatException - missing CR LF after chunk data at byte 8");
-    }
+    EXPECT_EQ(kiv::testing::ThrownText<kiv::IOException>([&] { bad->Read(buf, 8, -1); }),
+              "kiv::ChunkedFormatException - missing CR LF after chunk data at byte 8");
   }
   kiv::ChunkedSyncInputStream cut =
       kiv::ChunkedSyncIOStreamExp::MakeStrict(kiv::SyncInputStream(new FakeInput("5\r\nhel")));

@@ -23,6 +23,7 @@ namespace {
 using kiv::testing::FakeInput;
 using kiv::testing::FakeOutput;
 using kiv::testing::ReadAll;
+using kiv::testing::ThrownText;
 
 kiv::SyncInputStream Over(const std::string& bytes) {
   return kiv::SyncInputStreamExp::Make(
@@ -269,12 +270,8 @@ TEST(LoggingInput, LogsWhatIsReadAndMarkerMoves) {
   marker->SetPosition(4);
   EXPECT_EQ(log->text, "\n### INPUT MARKER RESET FROM 10 TO 4\n");
   EXPECT_EQ(marker->GetPosition(), 4);
-  try {
-    marker->SetPosition(100);
-    ADD_FAILURE() << "no BoundsException";
-  } catch (const kiv::BoundsException& e) {
-    EXPECT_EQ(e.What(), 100);
-  }
+  EXPECT_EQ(ThrownText<kiv::BoundsException>([&] { marker->SetPosition(100); }),
+            "kiv::BoundsException - 100");
   kiv::SyncInputStream plain = kiv::SyncInputStreamExp::Make(
       kiv::SyncInputStream(new FakeInput("x")), kiv::SyncOutputStream(log));
   EXPECT_FALSE(plain->IsRandomAccess());
@@ -332,12 +329,8 @@ TEST(ConvertingInput, ThrowsTheNeededSizeWhenEvenTheOverflowStoreFails) {
   kiv::SyncInputStream in = kiv::SyncInputStreamExp::Make(
       kiv::SyncInputStream(new FakeInput("abc")), kiv::BlockConverter(new StubbornConverter()));
   char buf[2];
-  try {
-    in->Read(buf, 2, -1);
-    ADD_FAILURE() << "no DataConverterBufferException";
-  } catch (const kiv::DataConverterBufferException& e) {
-    EXPECT_EQ(e.What(), 3);
-  }
+  EXPECT_EQ(ThrownText<kiv::DataConverterBufferException>([&] { in->Read(buf, 2, -1); }),
+            "kiv::DataConverterBufferException - 3");
 }
 
 TEST(ConvertingOutput, ConvertsLargeWritesAndDropsAnIncompleteTail) {

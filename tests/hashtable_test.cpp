@@ -142,12 +142,8 @@ TEST(Hashtable, EmptyAndMissingKeys) {
     EXPECT_THROW(t->Remove(bad), InvalidKeyException);
   }
   EXPECT_TRUE(KeysOf(t).empty());
-  try {
-    t->Get(Wide("missing"));
-    FAIL();
-  } catch (const NoSuchNamedElementException& e) {
-    EXPECT_EQ(Utf8(e.What()), "missing");
-  }
+  EXPECT_EQ(testing::ThrownText<NoSuchNamedElementException>([&] { t->Get(Wide("missing")); }),
+            "kiv::NoSuchNamedElementException - missing");
 }
 
 TEST(Hashtable, RemoveAllAndCloneKeepElementsCounted) {

@@ -14,6 +14,7 @@
 namespace kiv {
 namespace {
 
+using testing::ThrownText;
 using testing::Utf8;
 using testing::Wide;
 
@@ -39,18 +40,10 @@ TEST(HierHashtablePaths, WalkingWithDotsAndSeparators) {
   }
   EXPECT_THROW(root->Get(String()), InvalidKeyException);
   EXPECT_THROW(root->Get(Wide("x/..")), KeyOutOfBoundsException);
-  try {
-    root->Get(Wide("x/../y"));
-    FAIL();
-  } catch (const KeyOutOfBoundsException& e) {
-    EXPECT_EQ(Utf8(e.What()), "../y");
-  }
-  try {
-    root->Get(Wide("x/q/y"));
-    FAIL();
-  } catch (const NoSuchNamedElementException& e) {
-    EXPECT_EQ(Utf8(e.What()), "q");
-  }
+  EXPECT_EQ(ThrownText<KeyOutOfBoundsException>([&] { root->Get(Wide("x/../y")); }),
+            "kiv::KeyOutOfBoundsException - ../y");
+  EXPECT_EQ(ThrownText<NoSuchNamedElementException>([&] { root->Get(Wide("x/q/y")); }),
+            "kiv::NoSuchNamedElementException - q");
 
   // Separator as a character, as a one-character string and as a longer string.
   HierHashtable colon = HierHashtableExp::Make(ContainerExp::MakeList(), HashtableExp::Make(),
@@ -82,12 +75,9 @@ TEST(HierHashtablePaths, WalkingWithDotsAndSeparators) {
 TEST(HierHashtablePaths, FailedChangesKeepTheNodesMadeBeforeTheFailure) {
   // An inner ".." reports the path that remained where it was met.
   HierHashtable root = HierHashtableExp::Make();
-  try {
-    root->MakePath(Wide("p/q/../r"), 0x1FF, 0);
-    FAIL();
-  } catch (const KeyOutOfBoundsException& e) {
-    EXPECT_EQ(Utf8(e.What()), "../r");
-  }
+  EXPECT_EQ(
+      ThrownText<KeyOutOfBoundsException>([&] { root->MakePath(Wide("p/q/../r"), 0x1FF, 0); }),
+      "kiv::KeyOutOfBoundsException - ../r");
   EXPECT_TRUE(root->ContainsKey(Wide("p/q")));
 
   // Put returns what it replaced; Remove detaches and returns it; absent last names give empty.

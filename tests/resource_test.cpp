@@ -76,18 +76,15 @@ TEST(FileResource, FailuresNameThePathAndTheReason) {
     EXPECT_EQ(TextOf(e), "kiv::ResourceOSException - cannot open nope.properties: " +
                              testing::SystemErrorText(2));
   }
-  try {
-    SyncResourceExp::Make(Wide("folder"))->OpenInputStream();
-    FAIL();
-  } catch (const ResourceOSException& e) {
+  const std::string folder = testing::ThrownText<ResourceOSException>(
+      [] { SyncResourceExp::Make(Wide("folder"))->OpenInputStream(); });
 #if defined(_WIN32)
-    // Windows refuses to open a directory as a file with "access denied".
-    EXPECT_EQ(TextOf(e),
-              "kiv::ResourceOSException - cannot open folder: " + testing::SystemErrorText(5));
+  // Windows refuses to open a directory as a file with "access denied".
+  EXPECT_EQ(folder,
+            "kiv::ResourceOSException - cannot open folder: " + testing::SystemErrorText(5));
 #else
-    EXPECT_EQ(TextOf(e), "kiv::ResourceOSException - cannot open folder: Is a directory (21)");
+  EXPECT_EQ(folder, "kiv::ResourceOSException - cannot open folder: Is a directory (21)");
 #endif
-  }
   EXPECT_FALSE(SyncResourceExp::Make(Wide("folder"))->Exists());
   EXPECT_THROW(SyncResourceExp::Make(Wide("missing"))->GetSize(), ResourceOSException);
   EXPECT_THROW(static_cast<void>(SyncResourceExp::Make(Wide(""))), NotResourceException);

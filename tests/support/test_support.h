@@ -2,7 +2,9 @@
 #ifndef KIV_TESTS_SUPPORT_TEST_SUPPORT_H_
 #define KIV_TESTS_SUPPORT_TEST_SUPPORT_H_
 
+#include <gtest/gtest.h>
 #include <kiv/encodings.h>
+#include <kiv/exception.h>
 #include <kiv/streams.h>
 #include <kiv/string.h>
 #include <kiv/tasks.h>
@@ -32,6 +34,18 @@ class ScopedTempDir {
   std::string previous_;
   std::string path_;
 };
+
+// The text (ToString) of the E that `f` throws; a test failure when it throws nothing.
+template <class E, class F>
+std::string ThrownText(F&& f) {
+  try {
+    f();
+  } catch (const E& e) {
+    return Utf8(e.ToString());
+  }
+  ADD_FAILURE() << "nothing thrown";
+  return "";
+}
 
 // The process environment with names and values as UTF-8, through the runtime's own functions
 // (setenv and unsetenv, or the wide _wputenv and _wgetenv on Windows, whose narrow forms use the
