@@ -12,6 +12,7 @@
 #include <kiv/exception.h>
 #include <kiv/filters.h>
 
+#include <algorithm>
 #include <optional>
 #include <string>
 #include <vector>
@@ -219,7 +220,7 @@ Decoded Decode(const std::string& wire, SizeScript reads, SizeScript deliveries,
     KIV_FUZZ_CHECK(body->IsComplete(), "the body ended without being complete");
     out.kind = Outcome::kAccepted;
     out.trailers = body->GetTrailers();
-    out.end = wire.size() - raw->Unread().size() - body->GetUnread().size();
+    out.end = wire.size() - raw->Rest().size() - body->GetUnread().size();
   } catch (const kiv::ChunkedFormatException& e) {
     out.kind = Outcome::kRefused;
     const kiv::String text = e.ToString();
@@ -231,11 +232,9 @@ Decoded Decode(const std::string& wire, SizeScript reads, SizeScript deliveries,
 }
 
 bool SameFields(const std::vector<kiv::ChunkedField>& a, const std::vector<kiv::ChunkedField>& b) {
-  if (a.size() != b.size()) return false;
-  for (std::size_t i = 0; i < a.size(); ++i) {
-    if (a[i].name != b[i].name || a[i].value != b[i].value) return false;
-  }
-  return true;
+  return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const auto& x, const auto& y) {
+    return x.name == y.name && x.value == y.value;
+  });
 }
 
 }  // namespace
