@@ -104,7 +104,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                    "read %zu of %u bytes: decoder %u, model %u, after \"%s\" of \"%s\"", round,
                    count, n, m, Escaped(decoded).c_str(), Escaped(wire).c_str());
     if (n == 0) {
-      KIV_FUZZ_CHECK(decoder->Read(got, count, -1) == 0, "the end did not stay the end");
+      KIV_FUZZ_CHECK(decoder->Read(got, count, -1) == 0 && decoder->Read(-1) == -1,
+                     "the end did not stay the end");
       KIV_FUZZ_CHECK(raw->Rest() == model_in.Rest(), "left unread \"%s\", model \"%s\", of \"%s\"",
                      Escaped(raw->Rest()).c_str(), Escaped(model_in.Rest()).c_str(),
                      Escaped(wire).c_str());

@@ -269,12 +269,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     KIV_FUZZ_CHECK(want.data.compare(0, got.data.size(), got.data) == 0,
                    "delivered data the model does not: %s", shown.c_str());
   }
-  // One byte at a time: the same outcome, the same fault.
+  // One byte at a time: the same outcome, the same fault, and for a whole body the same data,
+  // trailer and end.
   const Decoded slow =
       Decode(wire, SizeScript(std::string_view("\1")), SizeScript(std::string_view("\1")), limits);
-  KIV_FUZZ_CHECK(slow.kind == got.kind && slow.fault == got.fault &&
-                     (got.kind != Outcome::kAccepted || slow.data == got.data),
-                 "byte-wise reads end otherwise (%s / %s): %s", slow.fault.c_str(),
-                 got.fault.c_str(), shown.c_str());
+  KIV_FUZZ_CHECK(
+      slow.kind == got.kind && slow.fault == got.fault &&
+          (got.kind != Outcome::kAccepted || (slow.data == got.data && slow.end == got.end &&
+                                              SameFields(slow.trailers, got.trailers))),
+      "byte-wise reads end otherwise (%s / %s): %s", slow.fault.c_str(), got.fault.c_str(),
+      shown.c_str());
   return 0;
 }
