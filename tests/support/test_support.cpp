@@ -119,8 +119,7 @@ std::string CorpusDir() {
   return std::filesystem::is_directory(dir) ? dir.string() : std::string();
 }
 
-std::string WrittenText(const std::function<void(Writer&)>& write,
-                        const TextEncoding& encoding) {
+std::string WrittenText(const std::function<void(Writer&)>& write, const TextEncoding& encoding) {
   Ref<FakeOutput> out(new FakeOutput);
   Writer writer = WriterExp::Make(encoding, SyncOutputStream(out.Get()));
   write(writer);
