@@ -104,10 +104,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                    "read %zu of %u bytes: decoder %u, model %u, after \"%s\" of \"%s\"", round,
                    count, n, m, Escaped(decoded).c_str(), Escaped(wire).c_str());
     if (n == 0) {
-      KIV_FUZZ_CHECK(decoder->Read(got, count, -1) == 0, "the end did not stay the end");
-      KIV_FUZZ_CHECK(raw->Unread() == model_in.Unread(),
-                     "left unread \"%s\", model \"%s\", of \"%s\"", Escaped(raw->Unread()).c_str(),
-                     Escaped(model_in.Unread()).c_str(), Escaped(wire).c_str());
+      KIV_FUZZ_CHECK(decoder->Read(got, count, -1) == 0 && decoder->Read(-1) == -1,
+                     "the end did not stay the end");
+      KIV_FUZZ_CHECK(raw->Rest() == model_in.Rest(), "left unread \"%s\", model \"%s\", of \"%s\"",
+                     Escaped(raw->Rest()).c_str(), Escaped(model_in.Rest()).c_str(),
+                     Escaped(wire).c_str());
       return 0;
     }
     decoded.append(got, n);

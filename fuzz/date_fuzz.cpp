@@ -23,7 +23,16 @@ constexpr std::int64_t kMsPerDay = 86'400'000;
 
 struct Fields {
   std::int64_t year, month, day, day_of_week, hour, minute, second, millisecond;
+  bool operator==(const Fields&) const = default;
 };
+
+std::string Text(const Fields& f) {
+  char text[200];
+  std::snprintf(text, sizeof text, "%lld-%lld-%lld (%lld) %lld:%lld:%lld.%lld", (long long)f.year,
+                (long long)f.month, (long long)f.day, (long long)f.day_of_week, (long long)f.hour,
+                (long long)f.minute, (long long)f.second, (long long)f.millisecond);
+  return text;
+}
 
 // The fields of local time by the day-number rule; every division truncates toward zero.
 Fields FieldsOf(std::int64_t local) {
@@ -81,18 +90,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                    date->GetHour(), date->GetMinute(), date->GetSecond(), date->GetMillisecond()};
   char what[160];
   std::snprintf(what, sizeof what, "time %" PRId64 " offset %" PRId64, time, offset);
-  KIV_FUZZ_CHECK(
-      got.year == want.year && got.month == want.month && got.day == want.day &&
-          got.day_of_week == want.day_of_week && got.hour == want.hour &&
-          got.minute == want.minute && got.second == want.second &&
-          got.millisecond == want.millisecond,
-      "%s: fields %lld-%lld-%lld (%lld) %lld:%lld:%lld.%lld, expected %lld-%lld-%lld (%lld) "
-      "%lld:%lld:%lld.%lld",
-      what, (long long)got.year, (long long)got.month, (long long)got.day,
-      (long long)got.day_of_week, (long long)got.hour, (long long)got.minute, (long long)got.second,
-      (long long)got.millisecond, (long long)want.year, (long long)want.month, (long long)want.day,
-      (long long)want.day_of_week, (long long)want.hour, (long long)want.minute,
-      (long long)want.second, (long long)want.millisecond);
+  KIV_FUZZ_CHECK(got == want, "%s: fields %s, expected %s", what, Text(got).c_str(),
+                 Text(want).c_str());
   KIV_FUZZ_CHECK(date->GetTime() == time && date->GetTimeZoneOffset() == offset,
                  "%s: kept %" PRId64 " and %" PRId64, what, date->GetTime(),
                  date->GetTimeZoneOffset());

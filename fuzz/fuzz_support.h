@@ -1,5 +1,5 @@
 // Pieces shared by the fuzz targets: a reader over the fuzzer's bytes, the check that stops a run
-// with a message, and stream fakes whose read and write sizes the input chooses.
+// with a message, and the tests' stream fakes with read sizes the input chooses.
 #ifndef KIV_FUZZ_FUZZ_SUPPORT_H_
 #define KIV_FUZZ_FUZZ_SUPPORT_H_
 
@@ -17,6 +17,8 @@
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "../tests/support/fake_streams.h"
 
 // Stops the run when `cond` is false; libFuzzer then keeps the input as a crash.
 #define KIV_FUZZ_CHECK(cond, ...)                                                     \
@@ -70,6 +72,7 @@ class SizeScript {
   }
   static SizeScript From(Input& in) { return SizeScript(in.Take(in.Byte() % 32)); }
 
+  const std::vector<unsigned>& Sizes() const noexcept { return sizes_; }
   // The next size; without a script, `fallback`.
   unsigned Next(unsigned fallback) noexcept {
     if (sizes_.empty()) return fallback;
@@ -82,43 +85,20 @@ class SizeScript {
   std::size_t next_ = 0;
 };
 
-// An input stream over fixed bytes whose bulk reads deliver at most the next scripted size.
-class ScriptedInput : public SyncInputStreamItf {
+// The tests' fake input over fixed bytes, its bulk reads delivering at most the next scripted
+// size; a single-byte read takes its byte outside the script, which shapes bulk reads only.
+class ScriptedInput : public testing::FakeInput {
  public:
-  ScriptedInput(std::string bytes, SizeScript script)
-      : bytes_(std::move(bytes)), script_(std::move(script)) {}
-
-  using SyncInputStreamItf::Read;
-  unsigned Read(void* dst, unsigned count, std::int64_t) override {
-    const std::size_t n = std::min<std::size_t>({count, script_.Next(count), bytes_.size() - pos_});
-    std::copy_n(bytes_.data() + pos_, n, static_cast<char*>(dst));
-    pos_ += n;
-    return static_cast<unsigned>(n);
-  }
+  ScriptedInput(std::string bytes, const SizeScript& script)
+      : FakeInput(std::move(bytes), script.Sizes()) {}
+  using FakeInput::Read;
   std::int32_t Read(std::int64_t) override {
-    return pos_ < bytes_.size() ? static_cast<unsigned char>(bytes_[pos_++]) : -1;
+    for (; at_ < pieces_.size(); ++at_, off_ = 0) {
+      if (off_ < pieces_[at_].data.size())
+        return static_cast<unsigned char>(pieces_[at_].data[off_++]);
+    }
+    return -1;
   }
-  // What no read has taken yet.
-  std::string_view Unread() const noexcept { return std::string_view(bytes_).substr(pos_); }
-
- private:
-  std::string bytes_;
-  std::size_t pos_ = 0;
-  SizeScript script_;
-};
-
-// Gathers everything written to it; each bulk write takes the whole of it.
-class GatheringOutput : public SyncOutputStreamItf {
- public:
-  using SyncOutputStreamItf::Write;
-  unsigned Write(const void* src, unsigned count) override {
-    text.append(static_cast<const char*>(src), count);
-    return count;
-  }
-  void Flush() override { ++flushes; }
-
-  std::string text;
-  unsigned flushes = 0;
 };
 
 // The C library's strtoul with a 32-bit unsigned long, as the library reads numbers on every

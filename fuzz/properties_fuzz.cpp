@@ -43,7 +43,7 @@ kiv::HierHashtable Parse(const std::string& text) {
 }
 
 std::string Store(const kiv::HierHashtable& tree) {
-  auto* sink = new kiv::fuzz::GatheringOutput();
+  auto* sink = new kiv::testing::FakeOutput();
   kiv::Writer writer =
       kiv::WriterExp::Make(kiv::TextEncodingExp::MakeUTF8(), kiv::SyncOutputStream(sink));
   kiv::PropertiesExp::Store(tree, writer);

@@ -22,7 +22,7 @@
 
 namespace {
 
-using kiv::testing::SplitInput;
+using kiv::testing::FakeInput;
 
 // What a decoder made of a coded body. Fields are written as the llhttp driver writes them:
 // "e name=value\n" per extension of each chunk, then "t name:value\n" per trailer field.
@@ -51,12 +51,11 @@ std::string Fields(const std::vector<kiv::ChunkedField>& fields, char kind) {
   return text;
 }
 
-// Decodes `wire` with the strict decoder, its input arriving in `splits` and reads of at most
-// `read_size` bytes, resuming after the time-outs scripted in `timeouts`.
-Decoded Strict(const std::string& wire, std::vector<unsigned> splits = {},
-               unsigned read_size = 1u << 16, const kiv::ChunkedLimits& limits = {},
-               std::vector<unsigned> timeouts = {}) {
-  auto* raw = new SplitInput(wire, std::move(splits), std::move(timeouts));
+// Decodes the coded body in `pieces` with the strict decoder, its input arriving in pieces of at
+// most `split` bytes and reads of at most `read_size` bytes, resuming after time-outs.
+Decoded Strict(std::vector<FakeInput::Piece> pieces, unsigned split = 1u << 20,
+               unsigned read_size = 1u << 16, const kiv::ChunkedLimits& limits = {}) {
+  auto* raw = new FakeInput(std::move(pieces), {split});
   kiv::SyncInputStream input(raw);
   kiv::ChunkedSyncInputStream chunked = kiv::ChunkedSyncIOStreamExp::MakeStrict(input, limits);
   Decoded out;
@@ -98,7 +97,7 @@ TEST(StrictChunked, DeliversDataChunkByChunkWithItsExtensionsAndTheTrailer) {
       "3\r\nabc\r\n"
       "0;last\r\nExpires: never \r\nX-Sum:\t1\r\n\r\n"
       "1\r\nX\r\n0\r\n\r\n";  // the next message, which reads like a chunk
-  auto* raw = new SplitInput(wire);
+  auto* raw = new FakeInput(wire);
   kiv::ChunkedSyncInputStream chunked =
       kiv::ChunkedSyncIOStreamExp::MakeStrict(kiv::SyncInputStream(raw));
   kiv::SyncInputStream plain = chunked;  // usable wherever a stream is
@@ -123,13 +122,21 @@ TEST(StrictChunked, DeliversDataChunkByChunkWithItsExtensionsAndTheTrailer) {
   // Checked, not kept, when the host does not want them.
   kiv::ChunkedLimits drop;
   drop.keep_fields = false;
-  EXPECT_EQ(Strict(wire, {}, 100, drop).fields, "");
-  EXPECT_EQ(Strict("5;a=\"\x01\"\r\nhello\r\n0\r\n\r\n", {}, 100, drop).error,
+  EXPECT_EQ(Strict({{wire}}, 1u << 20, 100, drop).fields, "");
+  EXPECT_EQ(Strict({{"5;a=\"\x01\"\r\nhello\r\n0\r\n\r\n"}}, 1u << 20, 100, drop).error,
             "bad chunk extension at byte 5");
 }
 
 TEST(StrictChunked, RefusesMalformedFramingNamingTheFaultAndItsOffset) {
-  const std::pair<std::string, std::string> cases[] = {
+  kiv::ChunkedLimits small;
+  small.max_chunk_size = 5;
+  small.max_line_length = 8;
+  small.max_trailer_size = 12;  // "A: 12345678\r\n" is 13
+  const struct {
+    std::string wire;
+    std::string error;  // "" when accepted
+    bool small_limits = false;
+  } cases[] = {
       {"+5\r\nhello\r\n0\r\n\r\n", "bad chunk size at byte 0"},
       {"0x5\r\nhello\r\n0\r\n\r\n", "bad chunk size at byte 1"},
       {"5 \r\nhello\r\n0\r\n\r\n", "bad chunk size at byte 1"},
@@ -146,67 +153,56 @@ TEST(StrictChunked, RefusesMalformedFramingNamingTheFaultAndItsOffset) {
       {"5\r\nhello\r\n0\r\nA : b\r\n\r\n", "bad trailer field at byte 14"},
       {"5\r\nhello\r\n0\r\nA: b\r\n c\r\n\r\n", "folded trailer field at byte 19"},
       {"5\r\nhello\r\n0\r\n\n", "bare LF at byte 13"},
+      // The limits, to the byte.
+      {"5;a=1234\r\nhello\r\n0\r\n\r\n", "", true},
+      {"5;a=12345\r\nhello\r\n0\r\n\r\n", "chunk size line too long at byte 8", true},
+      {"6\r\nhello!\r\n0\r\n\r\n", "chunk size above the limit at byte 0", true},
+      {"0\r\nA: 1234567\r\n\r\n", "", true},
+      {"0\r\nA: 12345678\r\n\r\n", "trailer section too long at byte 15", true},
+      {"0\r\nA: 1\r\nB: 12345\r\n\r\n", "trailer section too long at byte 15", true},
   };
-  for (const auto& [wire, error] : cases) {
+  for (const auto& c : cases) {
     // Whichever way the input arrives, the fault and its place are the same.
     for (unsigned split : {1u, 3u, 1u << 20}) {
-      EXPECT_EQ(Strict(wire, {split}).error, error) << wire << " split " << split;
+      SCOPED_TRACE(c.wire + " split " + std::to_string(split));
+      EXPECT_EQ(Strict({{c.wire}}, split, 100, c.small_limits ? small : kiv::ChunkedLimits{}).error,
+                c.error);
     }
   }
   // A refusal is final, even where what follows reads as a chunk; so is a truncation.
   kiv::ChunkedSyncInputStream bad = kiv::ChunkedSyncIOStreamExp::MakeStrict(
-      kiv::SyncInputStream(new SplitInput("5\r\nhello3\r\nabc\r\n0\r\n\r\n")));
+      kiv::SyncInputStream(new FakeInput("5\r\nhello3\r\nabc\r\n0\r\n\r\n")));
   char buf[8];
   EXPECT_EQ(bad->Read(buf, 8, -1), 5u);
   for (int i = 0; i < 2; ++i) {
-    try {
-      bad->Read(buf, 8, -1);
-      ADD_FAILURE() << "no refusal";
-    } catch (const kiv::IOException& e) {
-      EXPECT_EQ(kiv::testing::Utf8(e.ToString()),
-                "kiv::ChunkedFormatException - missing CR LF after chunk data at byte 8");
-    }
+    EXPECT_EQ(kiv::testing::ThrownText<kiv::IOException>([&] { bad->Read(buf, 8, -1); }),
+              "kiv::ChunkedFormatException - missing CR LF after chunk data at byte 8");
   }
   kiv::ChunkedSyncInputStream cut =
-      kiv::ChunkedSyncIOStreamExp::MakeStrict(kiv::SyncInputStream(new SplitInput("5\r\nhel")));
+      kiv::ChunkedSyncIOStreamExp::MakeStrict(kiv::SyncInputStream(new FakeInput("5\r\nhel")));
   EXPECT_EQ(cut->Read(buf, 8, -1), 3u);
   EXPECT_THROW(cut->Read(buf, 8, -1), kiv::UnexpectedEOFException);
   EXPECT_THROW(cut->Read(buf, 8, -1), kiv::UnexpectedEOFException);
-}
 
-TEST(StrictChunked, EnforcesItsLimitsToTheByte) {
-  kiv::ChunkedLimits limits;
-  limits.max_chunk_size = 5;
-  limits.max_line_length = 8;
-  limits.max_trailer_size = 12;  // "A: 12345678\r\n" is 13
-  EXPECT_EQ(Strict("5;a=1234\r\nhello\r\n0\r\n\r\n", {}, 100, limits).body, "hello");
-  EXPECT_EQ(Strict("5;a=12345\r\nhello\r\n0\r\n\r\n", {2}, 100, limits).error,
-            "chunk size line too long at byte 8");
-  EXPECT_EQ(Strict("6\r\nhello!\r\n0\r\n\r\n", {}, 100, limits).error,
-            "chunk size above the limit at byte 0");
-  EXPECT_EQ(Strict("0\r\nA: 1234567\r\n\r\n", {1}, 100, limits).error, "");
-  EXPECT_EQ(Strict("0\r\nA: 12345678\r\n\r\n", {1}, 100, limits).error,
-            "trailer section too long at byte 15");
-  EXPECT_EQ(Strict("0\r\nA: 1\r\nB: 12345\r\n\r\n", {}, 100, limits).error,
-            "trailer section too long at byte 15");
   // Line breaks of a lone LF, only when asked for.
-  limits = {};
-  limits.accept_bare_lf = true;
-  const Decoded lenient = Strict("5;x\nhello\n0\nA: b\n\nrest", {}, 100, limits);
-  EXPECT_EQ(lenient, (Decoded{"hello", "e x\nt A:b\n", "rest", ""}));
+  kiv::ChunkedLimits lenient;
+  lenient.accept_bare_lf = true;
+  EXPECT_EQ(Strict({{"5;x\nhello\n0\nA: b\n\nrest"}}, 1u << 20, 100, lenient),
+            (Decoded{"hello", "e x\nt A:b\n", "rest", ""}));
 }
 
 TEST(StrictChunked, EveryCutOfABodyEndsItEarlyWithEveryInputSplit) {
   const std::string wire = "3;e=\"q\"\r\nabc\r\n10\r\n0123456789abcdef\r\n0\r\nA: b\r\n\r\n";
   for (size_t cut = 0; cut < wire.size(); ++cut) {
     for (unsigned split : {1u, 4u, 1u << 20}) {
-      EXPECT_EQ(Strict(wire.substr(0, cut), {split}).error, "unexpected end") << cut;
+      EXPECT_EQ(Strict({{wire.substr(0, cut)}}, split).error, "unexpected end") << cut;
     }
   }
-  // A time-out of the wrapped stream at any read loses nothing.
-  const Decoded whole = Strict(wire, {1});
-  for (unsigned at = 0; at < wire.size(); ++at) {
-    EXPECT_EQ(Strict(wire, {1}, 1u << 16, {}, {at, at + 1}), whole) << at;
+  // A time-out of the wrapped stream at any point loses nothing.
+  const Decoded whole = Strict({{wire}}, 1);
+  for (size_t at = 0; at < wire.size(); ++at) {
+    EXPECT_EQ(Strict({{wire.substr(0, at)}, {"", true}, {"", true}, {wire.substr(at)}}, 1), whole)
+        << at;
   }
 }
 
@@ -233,12 +229,9 @@ Decoded Llhttp(const std::string& wire, size_t piece) {
 }
 
 std::string Kept(const std::string& wire, unsigned split, unsigned read_size) {
-  kiv::SyncInputStream chunked =
-      kiv::ChunkedSyncIOStreamExp::MakeCapped(kiv::SyncInputStream(new SplitInput(wire, {split})));
-  std::string body;
-  std::vector<char> buf(read_size);
-  while (unsigned n = chunked->Read(buf.data(), read_size, -1)) body.append(buf.data(), n);
-  return body;
+  return kiv::testing::ReadAll(
+      kiv::ChunkedSyncIOStreamExp::MakeCapped(kiv::SyncInputStream(new FakeInput(wire, {split}))),
+      read_size);
 }
 
 // A random valid coding in the part of the grammar that llhttp also reads (see the table of
@@ -283,7 +276,7 @@ TEST(StrictChunkedDifferential, ValidBodiesDecodeAsTheKeptDecoderAndLlhttpDecode
     ASSERT_EQ(expected.error, "") << wire;
     EXPECT_EQ(Llhttp(wire, 1 + rng() % 7), expected);
     const unsigned split = 1 + rng() % 300, read_size = 1 + rng() % 5000;
-    EXPECT_EQ(Strict(wire, {split}, read_size), expected) << split << " " << read_size;
+    EXPECT_EQ(Strict({{wire}}, split, read_size), expected) << split << " " << read_size;
     EXPECT_TRUE(Kept(wire, split, read_size) == expected.body) << split << " " << read_size;
   }
 }
@@ -313,7 +306,7 @@ TEST(StrictChunkedDifferential, WhereBothAcceptADamagedBodyTheyAgreeOnIt) {
       }
     }
     wire += "POST /next HTTP/1.1\r\n";
-    const Decoded ours = Strict(wire, {1 + static_cast<unsigned>(rng() % 64)});
+    const Decoded ours = Strict({{wire}}, 1 + static_cast<unsigned>(rng() % 64));
     const Decoded theirs = Llhttp(wire, 1u << 20);
     if (ours.error.empty() && theirs.error.empty()) {
       ++both;
@@ -372,11 +365,11 @@ TEST(StrictChunkedDifferential, MalformedBodiesAreRefusedWhereLlhttpRefusesThem)
        "trailers are bounded (max_trailer_size, 16 KiB by default)"},
   };
   for (const std::string& wire : malformed) {
-    EXPECT_NE(Strict(wire, {3}).error, "") << wire;
+    EXPECT_NE(Strict({{wire}}, 3).error, "") << wire;
     EXPECT_NE(Llhttp(wire, 1u << 20).error, "") << wire;
   }
   for (const Difference& d : differences) {
-    EXPECT_EQ(Strict(d.wire, {3}).error == "", d.we_accept) << d.wire;
+    EXPECT_EQ(Strict({{d.wire}}, 3).error == "", d.we_accept) << d.wire;
     // Still a difference: llhttp answers the other way.
     EXPECT_EQ(Llhttp(d.wire, 1u << 20).error == "", !d.we_accept) << d.wire << ": " << d.why;
   }

@@ -36,18 +36,6 @@ std::vector<std::string> KeysOf(const ConstHashtable& t) {
   return out;
 }
 
-// An output stream that collects what it is given.
-class Sink : public SyncOutputStreamItf {
- public:
-  unsigned Write(const void* src, unsigned count) override {
-    text.append(static_cast<const char*>(src), count);
-    return count;
-  }
-  using SyncOutputStreamItf::Write;
-  void Flush() override {}
-  std::string text;
-};
-
 // The reference arithmetic, written with 64-bit intermediates and explicit wrapping.
 std::uint32_t ReferenceHash(const std::u16string& s) {
   if (s.empty()) return 0;
@@ -154,12 +142,8 @@ TEST(Hashtable, EmptyAndMissingKeys) {
     EXPECT_THROW(t->Remove(bad), InvalidKeyException);
   }
   EXPECT_TRUE(KeysOf(t).empty());
-  try {
-    t->Get(Wide("missing"));
-    FAIL();
-  } catch (const NoSuchNamedElementException& e) {
-    EXPECT_EQ(Utf8(e.What()), "missing");
-  }
+  EXPECT_EQ(testing::ThrownText<NoSuchNamedElementException>([&] { t->Get(Wide("missing")); }),
+            "kiv::NoSuchNamedElementException - missing");
 }
 
 TEST(Hashtable, RemoveAllAndCloneKeepElementsCounted) {
@@ -194,29 +178,19 @@ TEST(HashtableDump, ExactText) {
   t->Put(Wide("whole"), Wide("abcdefghijklmnopqrst"));       // 20 characters
   t->Put(Wide("none"), Object());
   t->Put(Wide("table"), HashtableExp::Make());
-  Ref<Sink> sink(new Sink);
-  Writer w = WriterExp::Make(TextEncodingExp::MakeUTF8(), SyncOutputStream(sink.Get()));
-  ConstHashtableExp::Dump(w, t, 2);
-  ConstHashtableExp::Dump(w, t, Wide("Title"), 0);
-  w->Flush();
-  const std::string body =
-      "long: \"abcdefghijklmnopq...\"\n"
-      "whole: \"abcdefghijklmnopqrst\"\n"
-      "none: NULL\n"
-      "table: kiv::HashtableImpl\n";
-  std::string expected;
-  for (std::size_t at = 0; at < body.size();) {
-    std::size_t end = body.find('\n', at) + 1;
-    expected += "  " + body.substr(at, end - at);
-    at = end;
-  }
-  expected += "Title\n";
-  for (std::size_t at = 0; at < body.size();) {
-    std::size_t end = body.find('\n', at) + 1;
-    expected += " " + body.substr(at, end - at);
-    at = end;
-  }
-  EXPECT_EQ(sink->text, expected);
+  EXPECT_EQ(testing::WrittenText([&](Writer& w) {
+              ConstHashtableExp::Dump(w, t, 2);
+              ConstHashtableExp::Dump(w, t, Wide("Title"), 0);
+            }),
+            "  long: \"abcdefghijklmnopq...\"\n"
+            "  whole: \"abcdefghijklmnopqrst\"\n"
+            "  none: NULL\n"
+            "  table: kiv::HashtableImpl\n"
+            "Title\n"
+            " long: \"abcdefghijklmnopq...\"\n"
+            " whole: \"abcdefghijklmnopqrst\"\n"
+            " none: NULL\n"
+            " table: kiv::HashtableImpl\n");
 }
 
 }  // namespace

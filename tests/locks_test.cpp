@@ -161,12 +161,8 @@ TEST(MultiSignalConditionTest, FiresOnTheLastAnnouncedSignal) {
 
   Condition none;
   Condition broken = MultiSignalConditionExp::Make(none);
-  try {
-    broken->Expect();
-    ADD_FAILURE() << "a null inner condition was used";
-  } catch (const NullPointerException& e) {
-    EXPECT_EQ(testing::Utf8(e.What()), "kiv::ConditionItf");
-  }
+  EXPECT_EQ(testing::ThrownText<NullPointerException>([&] { broken->Expect(); }),
+            "kiv::NullPointerException - kiv::ConditionItf");
 }
 
 TEST(ToolboxLockTest, OneLockForTheProcess) {

@@ -5,7 +5,6 @@
 #include <kiv/log.h>
 #include <kiv/preferences.h>
 #include <kiv/resource.h>
-#include <stdlib.h>
 
 #include <ctime>
 #include <fstream>
@@ -19,13 +18,13 @@
 namespace kiv {
 namespace {
 
-using testing::MemoryOutput;
+using testing::FakeOutput;
 using testing::Wide;
 
 class LogTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    sink_ = new MemoryOutput;
+    sink_ = new FakeOutput;
     LogWriterExp::Init(SyncOutputStream(sink_.Get()));
     LogWriterExp::SetIdent(Wide("host"));
     Configure("");
@@ -54,7 +53,7 @@ class LogTest : public ::testing::Test {
   }
 
   testing::ScopedTempDir dir_;
-  Ref<MemoryOutput> sink_;
+  Ref<FakeOutput> sink_;
 };
 
 TEST_F(LogTest, ConfigurationSetsTheThresholdButNeverLetsDebugThrough) {
@@ -112,25 +111,14 @@ TEST_F(LogTest, StampFollowsTheTimeZone) {
     const char* tz;
     const char* suffix;
   };
-  const char* saved = getenv("TZ");
-  const std::string previous = saved ? saved : "";
   for (Zone zone : {Zone{"EST5", " -0500] "}, Zone{"UTC0", " +0000] "},
                     Zone{"IST-5:30", " +0530] "}, Zone{"XYZ3:45", " -0345] "}}) {
-    setenv("TZ", zone.tz, 1);
-    tzset();
-    Ref<MemoryOutput> out(new MemoryOutput);
-    Writer writer = WriterExp::Make(TextEncodingExp::MakeUTF8(), SyncOutputStream(out.Get()));
-    LogWriterExp::WriteTimestamp(writer);
-    writer->Flush();
-    ASSERT_EQ(out->text.size(), 29u) << out->text;
-    EXPECT_EQ(out->text.substr(21), zone.suffix) << zone.tz;
+    testing::ScopedZone scoped(zone.tz);
+    const std::string stamp =
+        testing::WrittenText([](Writer& w) { LogWriterExp::WriteTimestamp(w); });
+    ASSERT_EQ(stamp.size(), 29u) << stamp;
+    EXPECT_EQ(stamp.substr(21), zone.suffix) << zone.tz;
   }
-  if (saved) {
-    setenv("TZ", previous.c_str(), 1);
-  } else {
-    unsetenv("TZ");
-  }
-  tzset();
 #endif
 }
 

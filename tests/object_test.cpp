@@ -170,20 +170,11 @@ TEST(HandleTest, AssignmentCastsAndNullDereference) {
   EXPECT_THROW(Ref<OtherItf>{o}, BadCastException);
 
   Object empty;
-  try {
-    empty->Equals(*p);
-    FAIL();
-  } catch (const NullPointerException& e) {
-    EXPECT_EQ(Utf8(e.What()), "kiv::RefCount");
-    EXPECT_EQ(Utf8(e.ToString()), "kiv::NullPointerException - kiv::RefCount");
-  }
+  EXPECT_EQ(testing::ThrownText<NullPointerException>([&] { empty->Equals(*p); }),
+            "kiv::NullPointerException - kiv::RefCount");
   Ref<ProbeItf> none;
-  try {
-    none->Value();
-    FAIL();
-  } catch (const NullPointerException& e) {
-    EXPECT_EQ(Utf8(e.What()), "kiv::ProbeItf");
-  }
+  EXPECT_EQ(testing::ThrownText<NullPointerException>([&] { none->Value(); }),
+            "kiv::NullPointerException - kiv::ProbeItf");
 }
 
 TEST(ClassNameTest, NarrowWideAndRawTypeNames) {

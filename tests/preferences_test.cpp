@@ -10,7 +10,6 @@
 
 #include <atomic>
 #include <fstream>
-#include <functional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,19 +19,9 @@
 namespace kiv {
 namespace {
 
-using testing::MemoryOutput;
+using testing::FunctionTask;
 using testing::Utf8;
 using testing::Wide;
-
-class FunctionTask : public TaskItf {
- public:
-  explicit FunctionTask(std::function<void()> run) : run_(std::move(run)) {}
-  void Run() override { run_(); }
-  void Cancel() override {}
-
- private:
-  std::function<void()> run_;
-};
 
 // The first value at `path` of a tree, as UTF-8 ("-" when the node has none).
 template <class Tree>
@@ -123,11 +112,8 @@ TEST_F(PreferencesTest, ModifiableCopiesArePrivateUntilPublishedAndStoreTheirFir
   prefs->Publish();
   EXPECT_EQ(PreferencesExp::MakePrefs()->Get(Wide("c"))->Count(), 2);
 
-  Ref<MemoryOutput> out(new MemoryOutput);
-  Writer writer = WriterExp::Make(TextEncodingExp::MakeUTF8(), SyncOutputStream(out.Get()));
-  prefs->Store(writer);
-  writer->Flush();
-  EXPECT_EQ(out->text, "a/x: fx1, fx2\na/z: fz\nc: fc, more\n");
+  EXPECT_EQ(testing::WrittenText([&](Writer& w) { prefs->Store(w); }),
+            "a/x: fx1, fx2\na/z: fz\nc: fc, more\n");
 
   // Nodes inside a tree have no publishing operations of their own.
   Ref<ModifiablePreferencesItf> inner(prefs->Get(Wide("a")));

@@ -23,13 +23,6 @@ void WriteAll(SyncOutputStream out, const std::string& text) {
   EXPECT_EQ(out->Write(text.data(), static_cast<unsigned>(text.size())), text.size());
 }
 
-std::string ReadAll(SyncInputStream in, unsigned block = 7) {
-  std::string text;
-  char buffer[64];
-  while (const unsigned n = in->Read(buffer, block, -1)) text.append(buffer, n);
-  return text;
-}
-
 std::string TextOf(const ResourceOSException& e) { return Utf8(e.ToString()); }
 
 TEST(FileResource, WritesReadsAndDescribesAFile) {
@@ -56,7 +49,7 @@ TEST(FileResource, WritesReadsAndDescribesAFile) {
   EXPECT_THROW(file->GetProperty(Wide("colour")), NoSuchNamedElementException);
 
   SyncInputStream in = file->OpenInputStream();
-  EXPECT_EQ(ReadAll(in), content);
+  EXPECT_EQ(testing::ReadAll(in, 7), content);
   Ref<StreamMarkerItf> marker = in->ToStreamMarker();
   EXPECT_EQ(marker->GetLength(), 20000);
   marker->SetPosition(12345);
@@ -76,18 +69,15 @@ TEST(FileResource, FailuresNameThePathAndTheReason) {
     EXPECT_EQ(TextOf(e), "kiv::ResourceOSException - cannot open nope.properties: " +
                              testing::SystemErrorText(2));
   }
-  try {
-    SyncResourceExp::Make(Wide("folder"))->OpenInputStream();
-    FAIL();
-  } catch (const ResourceOSException& e) {
+  const std::string folder = testing::ThrownText<ResourceOSException>(
+      [] { SyncResourceExp::Make(Wide("folder"))->OpenInputStream(); });
 #if defined(_WIN32)
-    // Windows refuses to open a directory as a file with "access denied".
-    EXPECT_EQ(TextOf(e),
-              "kiv::ResourceOSException - cannot open folder: " + testing::SystemErrorText(5));
+  // Windows refuses to open a directory as a file with "access denied".
+  EXPECT_EQ(folder,
+            "kiv::ResourceOSException - cannot open folder: " + testing::SystemErrorText(5));
 #else
-    EXPECT_EQ(TextOf(e), "kiv::ResourceOSException - cannot open folder: Is a directory (21)");
+  EXPECT_EQ(folder, "kiv::ResourceOSException - cannot open folder: Is a directory (21)");
 #endif
-  }
   EXPECT_FALSE(SyncResourceExp::Make(Wide("folder"))->Exists());
   EXPECT_THROW(SyncResourceExp::Make(Wide("missing"))->GetSize(), ResourceOSException);
   EXPECT_THROW(static_cast<void>(SyncResourceExp::Make(Wide(""))), NotResourceException);

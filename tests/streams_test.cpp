@@ -4,55 +4,18 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <string>
 
+#include "support/test_support.h"
+
 namespace kiv {
 namespace {
 
-// A non-random-access source that hands out at most `chunk` bytes per call and records what it
-// was asked.
-class TrickleIn : public SyncInputStreamItf {
- public:
-  TrickleIn(std::string data, unsigned chunk) : data_(std::move(data)), chunk_(chunk) {}
-  unsigned Read(void* dst, unsigned count, std::int64_t timeout) override {
-    ++calls;
-    last_count = count;
-    last_timeout = timeout;
-    unsigned n = std::min<std::size_t>({count, chunk_, data_.size() - pos_});
-    std::memcpy(dst, data_.data() + pos_, n);
-    pos_ += n;
-    return n;
-  }
-  int calls = 0;
-  unsigned last_count = 0;
-  std::int64_t last_timeout = 0;
-
- private:
-  std::string data_;
-  unsigned chunk_;
-  std::size_t pos_ = 0;
-};
-
-// A non-random-access sink that takes at most `chunk` bytes per call.
-class TrickleOut : public SyncOutputStreamItf {
- public:
-  explicit TrickleOut(unsigned chunk) : chunk_(chunk) {}
-  unsigned Write(const void* src, unsigned count) override {
-    ++calls;
-    unsigned n = std::min(count, chunk_);
-    data.append(static_cast<const char*>(src), n);
-    return n;
-  }
-  void Flush() override {}
-  int calls = 0;
-  std::string data;
-
- private:
-  unsigned chunk_;
-};
+using testing::FakeInput;
+using testing::FakeOutput;
 
 Buffer BufferOf(const std::string& s) {
   Buffer b = BufferExp::Make(static_cast<unsigned>(s.size()));
@@ -153,23 +116,23 @@ TEST(BufferedInput, LargeReadsBypassTheBufferAndKeepPositions) {
 }
 
 TEST(BufferedInput, OverTrickleOneWrappedReadPerCall) {
-  auto* raw = new TrickleIn("abcdefghij", 3);
+  auto* raw = new FakeInput("abcdefghij", {3});
   SyncInputStream in = SyncInputStreamExp::Make(SyncInputStream(raw), BufferExp::Make(5));
   EXPECT_FALSE(in->IsRandomAccess());
   EXPECT_THROW(in->ToStreamMarker(), NotRandomAccessException);
 
   EXPECT_EQ(ReadSome(in, 4), "abc");  // one fill brought only 3
-  EXPECT_EQ(raw->calls, 1);
-  EXPECT_EQ(raw->last_count, 5u);
+  EXPECT_EQ(raw->counts.size(), 1u);
+  EXPECT_EQ(raw->counts.back(), 5u);
   EXPECT_EQ(in->Read(std::int64_t{77}), 'd');
-  EXPECT_EQ(raw->last_timeout, 77);  // the caller's timeout, unchanged
-  EXPECT_EQ(raw->calls, 2);
+  EXPECT_EQ(raw->timeouts.back(), 77);  // the caller's timeout, unchanged
+  EXPECT_EQ(raw->counts.size(), 2u);
 
   std::string big(6, '\0');  // buffer holds "ef": served first, no wrapped read
   EXPECT_EQ(in->Read(big.data(), 6, -1), 2u);
-  EXPECT_EQ(raw->calls, 2);
+  EXPECT_EQ(raw->counts.size(), 2u);
   EXPECT_EQ(in->Read(big.data(), 6, 5), 3u);  // empty buffer, count >= capacity: direct
-  EXPECT_EQ(raw->last_count, 6u);
+  EXPECT_EQ(raw->counts.back(), 6u);
   EXPECT_EQ(big.substr(0, 3), "ghi");
   EXPECT_EQ(ReadSome(in, 1), "j");
   EXPECT_EQ(ReadSome(in, 1), "");
@@ -177,43 +140,43 @@ TEST(BufferedInput, OverTrickleOneWrappedReadPerCall) {
 }
 
 TEST(BufferedOutput, FlushIsOneWrappedWriteAndReleaseDropsPending) {
-  auto* sink = new TrickleOut(3);
+  auto* sink = new FakeOutput(UINT_MAX, 3);
   SyncOutputStream sinkRef(sink);
   {
     SyncOutputStream out = SyncOutputStreamExp::Make(sinkRef, BufferExp::Make(8));
     EXPECT_FALSE(out->IsRandomAccess());
     EXPECT_THROW(out->ToStreamMarker(), NotRandomAccessException);
     EXPECT_EQ(out->Write("abcdefg", 7), 7u);
-    EXPECT_EQ(sink->calls, 0);
+    EXPECT_EQ(sink->writes, 0);
     out->Flush();
-    EXPECT_EQ(sink->calls, 1);
-    EXPECT_EQ(sink->data, "abc");
+    EXPECT_EQ(sink->writes, 1);
+    EXPECT_EQ(sink->text, "abc");
     out->Flush();
-    EXPECT_EQ(sink->data, "abcdef");
+    EXPECT_EQ(sink->text, "abcdef");
     EXPECT_EQ(out->Write("hi", 2), 2u);  // pending "ghi" after the moved rest
   }
-  EXPECT_EQ(sink->data, "abcdef");
-  EXPECT_EQ(sink->calls, 2);
+  EXPECT_EQ(sink->text, "abcdef");
+  EXPECT_EQ(sink->writes, 2);
 }
 
 TEST(BufferedOutput, FullBufferFlushesOnceThenStores) {
-  auto* sink = new TrickleOut(2);
+  auto* sink = new FakeOutput(UINT_MAX, 2);
   SyncOutputStream sinkRef(sink);
   SyncOutputStream out = SyncOutputStreamExp::Make(sinkRef, BufferExp::Make(4));
   EXPECT_EQ(out->Write("abcdef", 6), 6u);  // 4 fit, one flush takes 2, 2 more fit
-  EXPECT_EQ(sink->data, "ab");
+  EXPECT_EQ(sink->text, "ab");
   EXPECT_TRUE(out->Write(static_cast<unsigned char>('g')));  // full: flush "cd", then store
-  EXPECT_EQ(sink->data, "abcd");
+  EXPECT_EQ(sink->text, "abcd");
 
   // Straight-through path: the remainder exceeds the buffer; the byte the flush left pending is
   // dropped.
-  auto* sink2 = new TrickleOut(3);
+  auto* sink2 = new FakeOutput(UINT_MAX, 3);
   SyncOutputStream out2 = SyncOutputStreamExp::Make(SyncOutputStream(sink2), BufferExp::Make(4));
   EXPECT_EQ(out2->Write("ab", 2), 2u);
   EXPECT_EQ(out2->Write("0123456789", 10), 5u);  // 2 buffered + 3 taken straight
-  EXPECT_EQ(sink2->data, "ab0234");
+  EXPECT_EQ(sink2->text, "ab0234");
   out2->Flush();
-  EXPECT_EQ(sink2->calls, 2);
+  EXPECT_EQ(sink2->writes, 2);
 }
 
 TEST(BufferedOutput, MarkerBookkeepingOverRandomAccessStream) {
@@ -284,10 +247,10 @@ TEST(NullAndDefaults, NullStreamsAndInterfaceDefaults) {
   EXPECT_TRUE(out->Write(static_cast<unsigned char>(0)));
 
   // The defaults over a bulk-only stream.
-  SyncInputStream trickle(new TrickleIn("\xff", 1));
+  SyncInputStream trickle(new FakeInput("\xff"));
   EXPECT_EQ(trickle->Read(-1), 255);
   EXPECT_EQ(trickle->Read(-1), -1);
-  SyncOutputStream refusing(new TrickleOut(0));
+  SyncOutputStream refusing(new FakeOutput(0));
   EXPECT_FALSE(refusing->Write(static_cast<unsigned char>('x')));
   EXPECT_THROW(static_cast<const SyncOutputStreamItf&>(*refusing).ToStreamMarker(),
                NotRandomAccessException);

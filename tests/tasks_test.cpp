@@ -6,24 +6,14 @@
 
 #include <string>
 
+#include "support/test_support.h"
+
 namespace kiv {
 
-// Appends its letter to a shared log when run; throws TimeoutException instead when asked to.
-class LetterTask : public TaskItf {
- public:
-  LetterTask(std::string* log, char letter, bool throws = false)
-      : log_(log), letter_(letter), throws_(throws) {}
-  void Run() override {
-    if (throws_) throw TimeoutException();
-    *log_ += letter_;
-  }
-  void Cancel() override {}
-
- private:
-  std::string* log_;
-  char letter_;
-  bool throws_;
-};
+// A task that appends `letter` to `log` when run.
+Task Letter(std::string& log, char letter) {
+  return Task(new testing::FunctionTask([&log, letter] { log += letter; }));
+}
 
 class NotATask : public RefCount {};
 
@@ -47,8 +37,8 @@ TEST(Tasks, ListsAreSeparateAndLive) {
   EXPECT_EQ(first, q->GetTasks(false));  // the list itself, not a copy
 
   std::string log;
-  q->Add(Task(new LetterTask(&log, 'a')), true);
-  q->Add(Task(new LetterTask(&log, 'b')), true);
+  q->Add(Letter(log, 'a'), true);
+  q->Add(Letter(log, 'b'), true);
   EXPECT_EQ(second->Count(), 2);
   EXPECT_EQ(first->Count(), 0);
   Sweep(q, false);
@@ -72,10 +62,10 @@ TEST(Tasks, ProcessWideQueuesAreFourSingletons) {
 TEST(Tasks, FailuresStopOneSweepAndNotTheOther) {
   std::string log;
   Ref<TaskQueueItf> q = TaskQueueExp::Make();
-  q->Add(Task(new LetterTask(&log, 'a')), true);
-  q->Add(Task(new LetterTask(&log, 'x', true)), true);
+  q->Add(Letter(log, 'a'), true);
+  q->Add(Task(new testing::FunctionTask([] { throw TimeoutException(); })), true);
   q->Add(Object(), true);  // a null element
-  q->Add(Task(new LetterTask(&log, 'c')), true);
+  q->Add(Letter(log, 'c'), true);
 
   EXPECT_THROW(Sweep(q, false), TimeoutException);
   EXPECT_EQ(log, "a");

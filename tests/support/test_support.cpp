@@ -6,6 +6,7 @@
 #include <kiv/filters.h>
 
 #include <stdlib.h>
+#include <time.h>
 #include <algorithm>
 #if defined(_WIN32)
 #define WIN32_LEAN_AND_MEAN
@@ -118,10 +119,35 @@ std::string CorpusDir() {
   return std::filesystem::is_directory(dir) ? dir.string() : std::string();
 }
 
-unsigned MemoryOutput::Write(const void* src, unsigned count) {
-  text.append(static_cast<const char*>(src), count);
-  return count;
+std::string WrittenText(const std::function<void(Writer&)>& write, const TextEncoding& encoding) {
+  Ref<FakeOutput> out(new FakeOutput);
+  Writer writer = WriterExp::Make(encoding, SyncOutputStream(out.Get()));
+  write(writer);
+  writer->Flush();
+  return out->text;
 }
+
+std::string ReadAll(SyncInputStream in, unsigned count) {
+  std::string out;
+  std::vector<char> buf(count);
+  while (unsigned n = in->Read(buf.data(), count, -1)) out.append(buf.data(), n);
+  return out;
+}
+
+#if !defined(_WIN32)
+ScopedZone::ScopedZone(const char* zone) : had_(GetEnv("TZ", old_)) {
+  SetEnv("TZ", zone);
+  tzset();
+}
+ScopedZone::~ScopedZone() {
+  if (had_) {
+    SetEnv("TZ", old_);
+  } else {
+    UnsetEnv("TZ");
+  }
+  tzset();
+}
+#endif
 
 Reader MakeReader(const std::string& bytes, const TextEncoding& encoding, unsigned read_ahead) {
   Buffer data = BufferExp::Make(static_cast<unsigned>(bytes.size()) + 1);
@@ -130,22 +156,6 @@ Reader MakeReader(const std::string& bytes, const TextEncoding& encoding, unsign
   SyncInputStream in = FixedLengthSyncInputStreamExp::Make(SyncInputStreamExp::Make(data),
                                                            static_cast<unsigned>(bytes.size()));
   return ReaderExp::Make(TextInputStreamExp::Make(in, BufferExp::Make(read_ahead), encoding), -1);
-}
-
-SplitInput::SplitInput(std::string data, std::vector<unsigned> splits,
-                       std::vector<unsigned> timeouts)
-    : data_(std::move(data)), splits_(std::move(splits)), timeouts_(std::move(timeouts)) {}
-
-unsigned SplitInput::Read(void* dst, unsigned count, std::int64_t) {
-  const unsigned read = reads_++;
-  if (std::find(timeouts_.begin(), timeouts_.end(), read) != timeouts_.end()) {
-    throw IOTimeoutException();
-  }
-  std::size_t n = std::min<std::size_t>(count, data_.size() - offset_);
-  if (!splits_.empty()) n = std::min<std::size_t>(n, splits_[read % splits_.size()]);
-  std::memcpy(dst, data_.data() + offset_, n);
-  offset_ += n;
-  return static_cast<unsigned>(n);
 }
 
 }  // namespace kiv::testing

@@ -2,13 +2,19 @@
 #ifndef KIV_TESTS_SUPPORT_TEST_SUPPORT_H_
 #define KIV_TESTS_SUPPORT_TEST_SUPPORT_H_
 
+#include <gtest/gtest.h>
 #include <kiv/encodings.h>
+#include <kiv/exception.h>
 #include <kiv/streams.h>
 #include <kiv/string.h>
+#include <kiv/tasks.h>
 #include <kiv/textio.h>
 
+#include <functional>
 #include <string>
-#include <vector>
+#include <utility>
+
+#include "support/fake_streams.h"
 
 namespace kiv::testing {
 
@@ -28,6 +34,18 @@ class ScopedTempDir {
   std::string previous_;
   std::string path_;
 };
+
+// The text (ToString) of the E that `f` throws; a test failure when it throws nothing.
+template <class E, class F>
+std::string ThrownText(F&& f) {
+  try {
+    f();
+  } catch (const E& e) {
+    return Utf8(e.ToString());
+  }
+  ADD_FAILURE() << "nothing thrown";
+  return "";
+}
 
 // The process environment with names and values as UTF-8, through the runtime's own functions
 // (setenv and unsetenv, or the wide _wputenv and _wgetenv on Windows, whose narrow forms use the
@@ -49,33 +67,35 @@ std::string SystemErrorText(int code);
 // with (../shared/corpus beside the project by default); "" when it is absent.
 std::string CorpusDir();
 
-// Gathers everything written to it; accepts every byte.
-class MemoryOutput : public SyncOutputStreamItf {
- public:
-  using SyncOutputStreamItf::Write;
-  unsigned Write(const void* src, unsigned count) override;
-  void Flush() override {}
-  std::string text;
-};
+// What `write` writes through a writer of `encoding` into memory, flushed.
+std::string WrittenText(const std::function<void(Writer&)>& write,
+                        const TextEncoding& encoding = TextEncodingExp::MakeUTF8());
 
-// Hands out `data` in reads of at most the sizes in `splits`, taken in turn and repeated (none:
-// as much as asked), and throws IOTimeoutException in place of the reads whose numbers (counted
-// from 0) are in `timeouts`. What a decoder does must not depend on how its input arrives.
-class SplitInput : public SyncInputStreamItf {
+// Reads `in` to its end with reads of `count` bytes.
+std::string ReadAll(SyncInputStream in, unsigned count);
+
+#if !defined(_WIN32)
+// Sets TZ for the life of the object (Windows takes the zone from the system's settings).
+class ScopedZone {
  public:
-  explicit SplitInput(std::string data, std::vector<unsigned> splits = {},
-                      std::vector<unsigned> timeouts = {});
-  using SyncInputStreamItf::Read;
-  unsigned Read(void* dst, unsigned count, std::int64_t timeout) override;
-  // The bytes not read yet.
-  std::string Rest() const { return data_.substr(offset_); }
+  explicit ScopedZone(const char* zone);
+  ~ScopedZone();
 
  private:
-  std::string data_;
-  std::vector<unsigned> splits_;
-  std::vector<unsigned> timeouts_;
-  std::size_t offset_ = 0;
-  unsigned reads_ = 0;
+  bool had_;
+  std::string old_;
+};
+#endif
+
+// A task that runs a function.
+class FunctionTask : public TaskItf {
+ public:
+  explicit FunctionTask(std::function<void()> run) : run_(std::move(run)) {}
+  void Run() override { run_(); }
+  void Cancel() override {}
+
+ private:
+  std::function<void()> run_;
 };
 
 // A reader of `bytes` as text in `encoding`, through a read-ahead buffer of `read_ahead` bytes.
