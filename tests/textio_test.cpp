@@ -17,7 +17,7 @@ namespace {
 
 using kiv::testing::Utf8;
 
-using kiv::testing::SplitInput;
+using kiv::testing::FakeInput;
 
 // Records every write; accepts at most `budget` bytes in all.
 class RecordingOutput : public kiv::SyncOutputStreamItf {
@@ -57,7 +57,7 @@ std::vector<std::string> AllLines(kiv::Reader& reader) {
 
 TEST(Reader, TimeoutThrowsOnlyBeforeTheFirstByteOfALine) {
   // Reads 0 and 2 time out, read 1 gives "ab".
-  kiv::SyncInputStream in(new SplitInput("abc\nd", {1, 2, 1, 100}, {0, 2}));
+  kiv::SyncInputStream in(new FakeInput({{"", true}, {"ab"}, {"", true}, {"c\nd"}}));
   kiv::Reader reader =
       kiv::ReaderExp::Make(kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(16),
                                                          kiv::TextEncodingExp::MakeAscii()),
@@ -73,7 +73,7 @@ TEST(Reader, TimeoutThrowsOnlyBeforeTheFirstByteOfALine) {
 // The first `n` results of ReadChar over `text` through an 8-byte read-ahead buffer.
 std::vector<std::uint32_t> ReadChars(const std::string& text, const kiv::TextEncoding& encoding,
                                      unsigned max_read, std::size_t n) {
-  kiv::SyncInputStream in(new SplitInput(text, {max_read}));
+  kiv::SyncInputStream in(new FakeInput(text, {max_read}));
   kiv::TextInputStream tis = kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(8), encoding);
   std::vector<std::uint32_t> got;
   while (got.size() < n) got.push_back(tis->ReadChar(-1));
@@ -143,7 +143,7 @@ TEST(TextInputStream, ReadCharGivesOneUnitPerCharacterWhereverTheBufferEnds) {
 }
 
 TEST(TextInputStream, ReadLineNeverWritesPastTheRoomGiven) {
-  kiv::SyncInputStream in(new SplitInput(U16(u"abcdef\n")));
+  kiv::SyncInputStream in(new FakeInput(U16(u"abcdef\n")));
   kiv::TextInputStream tis = kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(64),
                                                            kiv::TextEncodingExp::MakeUTF16());
   char out[16];
