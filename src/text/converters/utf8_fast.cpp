@@ -3,10 +3,12 @@
 // On x86 processors with SSE4.1 (checked once at run time):
 // - UTF-8 is taken in blocks of 64 bytes. A block of ASCII is widened at once. A block of valid
 //   one- to three-byte characters (checked with byte-class masks of the whole block) is decoded
-//   window by window: the mask of bytes that end a character selects, from a table, the shuffle
-//   that puts the first characters of the window into lanes. The step to the next window waits
-//   for that table lookup, so the block is walked as two interleaved streams (split at a
-//   character boundary); runs of three-byte characters need no lookup and go in one stream.
+//   16 positions at a time: every position is decoded as if a character started there, and a
+//   table shuffle gathers the positions where one does, so no step waits for the one before.
+//   Blocks that open with a run of three-byte characters (CJK text) go window by window instead:
+//   the mask of bytes that end a character selects, from a table, the shuffle that puts the first
+//   characters of the window into lanes, and the block is walked as two interleaved streams
+//   (split at a character boundary); runs of three-byte characters need no lookup.
 //   Other blocks go window by window: four four-byte characters become surrogate pairs in one
 //   step, and anything else (invalid, long or too large sequences) goes through a scalar step.
 // - Wide text is taken 8 units at a time: ASCII is narrowed, units below 0x800 and the rest are
@@ -287,6 +289,31 @@ constexpr Utf8Tables MakeUtf8Tables() {
 }
 
 constexpr Utf8Tables kUtf8Tables = MakeUtf8Tables();
+
+// Compaction of eight 16-bit lanes: for each mask of lanes to keep, the shuffle that moves them,
+// in order, to the front, and how many there are.
+struct CompactTables {
+  alignas(16) std::int8_t shuffle[256][16];
+  std::uint8_t count[256];
+};
+
+constexpr CompactTables MakeCompactTables() {
+  CompactTables t{};
+  for (int mask = 0; mask < 256; ++mask) {
+    int n = 0;
+    for (int lane = 0; lane < 8; ++lane) {
+      if ((mask >> lane) & 1) {
+        t.shuffle[mask][2 * n] = static_cast<std::int8_t>(2 * lane);
+        t.shuffle[mask][2 * n + 1] = static_cast<std::int8_t>(2 * lane + 1);
+        ++n;
+      }
+    }
+    for (int i = 2 * n; i < 16; ++i) t.shuffle[mask][i] = -1;
+    t.count[mask] = static_cast<std::uint8_t>(n);
+  }
+  return t;
+}
+constexpr CompactTables kCompactTables = MakeCompactTables();
 
 // Wide windows. Eight units below 0x800 in 16-bit lanes (lead byte, then continuation byte; an
 // ASCII unit uses only its first byte), by the mask of ASCII units; four units in 32-bit lanes
@@ -572,6 +599,68 @@ __attribute__((target("sse4.1"), always_inline)) inline bool WindowsThroughBlock
   return common;
 }
 
+// Eight positions of a valid block as 16-bit lanes: `x` holds each position's byte and the next
+// (b_i | b_i+1 << 8), `z` the byte after that. Every lane is decoded as if a character started
+// there; the caller keeps the lanes where one does.
+template <bool kThree>
+__attribute__((target("sse4.1"), always_inline)) inline __m128i DecodeLanes(__m128i x, __m128i z) {
+  const __m128i lead = _mm_and_si128(x, _mm_set1_epi16(0xFF));
+  const __m128i ascii = _mm_and_si128(x, _mm_set1_epi16(0x7F));
+  const __m128i second = _mm_and_si128(_mm_srli_epi16(x, 8), _mm_set1_epi16(0x3F));
+  const __m128i two =
+      _mm_or_si128(_mm_slli_epi16(_mm_and_si128(x, _mm_set1_epi16(0x1F)), 6), second);
+  const __m128i is_ascii = _mm_cmplt_epi16(lead, _mm_set1_epi16(0x80));
+  if constexpr (!kThree) return _mm_blendv_epi8(two, ascii, is_ascii);
+  const __m128i three =
+      _mm_or_si128(_mm_or_si128(_mm_slli_epi16(x, 12),
+                                _mm_and_si128(_mm_srli_epi16(x, 2), _mm_set1_epi16(0x0FC0))),
+                   _mm_and_si128(z, _mm_set1_epi16(0x3F)));
+  const __m128i is_three = _mm_cmpgt_epi16(lead, _mm_set1_epi16(0xDF));
+  return _mm_blendv_epi8(_mm_blendv_epi8(two, three, is_three), ascii, is_ascii);
+}
+
+// The lanes of `values` kept by `mask` (eight bits), stored at `dst` (16 bytes are stored);
+// returns the output bytes.
+__attribute__((target("sse4.1"), always_inline)) inline unsigned StoreKept(__m128i values,
+                                                                           unsigned mask,
+                                                                           unsigned char* dst) {
+  const __m128i shuffle =
+      _mm_load_si128(reinterpret_cast<const __m128i*>(kCompactTables.shuffle[mask]));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), _mm_shuffle_epi8(values, shuffle));
+  return 2u * kCompactTables.count[mask];
+}
+
+// Decodes a block of valid one- to three-byte characters 16 positions at a time, with no step
+// waiting for the one before: each position is decoded as a possible character start, and the
+// starts are then gathered by a table shuffle. A character running past the block is left for
+// the next block, whose first byte it becomes. Returns the input bytes taken (a character
+// boundary) and adds the output to `out_bytes`.
+template <bool kThree>
+__attribute__((target("sse4.1"), always_inline)) inline unsigned DecodeStartsBlock(
+    const unsigned char* p, std::uint64_t high, std::uint64_t cont, std::uint64_t lead3,
+    unsigned char* dst, unsigned& out_bytes) {
+  const std::uint64_t starts = ~cont;
+  // The last character start, and whether the character runs past the block.
+  const unsigned last = 63 - static_cast<unsigned>(__builtin_clzll(starts));
+  const unsigned last_length = ((high >> last) & 1) == 0 ? 1 : ((lead3 >> last) & 1) != 0 ? 3 : 2;
+  const unsigned taken = last + last_length > kBlock ? last : kBlock;
+  const std::uint64_t keep = taken == kBlock ? starts : starts & ((std::uint64_t{1} << taken) - 1);
+  const __m128i zero = _mm_setzero_si128();
+  unsigned w = out_bytes;
+  for (unsigned at = 0; at < kBlock; at += 16) {
+    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + at));
+    const __m128i n1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + at + 1));
+    const __m128i n2 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + at + 2));
+    const unsigned bits = static_cast<unsigned>(keep >> at);
+    w += StoreKept(DecodeLanes<kThree>(_mm_unpacklo_epi8(v, n1), _mm_unpacklo_epi8(n2, zero)),
+                   bits & 0xFF, dst + w);
+    w += StoreKept(DecodeLanes<kThree>(_mm_unpackhi_epi8(v, n1), _mm_unpackhi_epi8(n2, zero)),
+                   (bits >> 8) & 0xFF, dst + w);
+  }
+  out_bytes = w;
+  return taken;
+}
+
 // Decodes a block of valid one- to three-byte characters (those running past the block are
 // checked only up to its end) into `dst`. Returns the input bytes taken and adds the output to
 // `out_bytes`. The block is taken as two streams, split at the first character boundary from
@@ -656,7 +745,16 @@ __attribute__((target("sse4.1"))) void Utf8ToUtf16Sse(unsigned char* out, unsign
       continue;
     }
     unsigned out_bytes = 0;
-    const unsigned pos = DecodeValidBlock(p, c.high, c.cont, o.Next(), tail, out_bytes);
+    // Runs of three-byte characters (CJK text) decode fastest by their own step; other text with
+    // three-byte characters, and text of one- and two-byte characters, by its starts.
+    unsigned pos;
+    if (c.lead3 == 0) {
+      pos = DecodeStartsBlock<false>(p, c.high, c.cont, c.lead3, o.Next(), out_bytes);
+    } else if ((~(c.cont >> 1) & kFiveThreeByteMask) == kFiveThreeByteEnds) {
+      pos = DecodeValidBlock(p, c.high, c.cont, o.Next(), tail, out_bytes);
+    } else {
+      pos = DecodeStartsBlock<true>(p, c.high, c.cont, c.lead3, o.Next(), out_bytes);
+    }
     o.Add(out_bytes);
     p += pos;
     if (pos == 0) common = WindowStep<kStandard>(p, end, o);
