@@ -5,6 +5,8 @@
 //   one- to three-byte characters (checked with byte-class masks of the whole block) is decoded
 //   16 positions at a time: every position is decoded as if a character started there, and a
 //   table shuffle gathers the positions where one does, so no step waits for the one before.
+//   Where the processor also has AVX2 (checked once at run time), the block's byte classes and
+//   this decoding take 32 bytes at a time; the results are the same.
 //   Blocks that open with a run of three-byte characters (CJK text) go window by window instead:
 //   the mask of bytes that end a character selects, from a table, the shuffle that puts the first
 //   characters of the window into lanes, and the block is walked as two interleaved streams
@@ -630,21 +632,32 @@ __attribute__((target("sse4.1"), always_inline)) inline unsigned StoreKept(__m12
   return 2u * kCompactTables.count[mask];
 }
 
+// The character starts of a valid block that are decoded: all of them, unless the last character
+// runs past the block; it is then left for the next block, whose first byte it becomes. `taken`
+// receives the input bytes taken (a character boundary).
+inline std::uint64_t StartsToDecode(std::uint64_t high, std::uint64_t cont, std::uint64_t lead3,
+                                    unsigned& taken) noexcept {
+  const std::uint64_t starts = ~cont;
+  const unsigned last = 63 - static_cast<unsigned>(__builtin_clzll(starts));
+  const unsigned last_length = ((high >> last) & 1) == 0 ? 1 : ((lead3 >> last) & 1) != 0 ? 3 : 2;
+  if (last + last_length <= kBlock) {
+    taken = kBlock;
+    return starts;
+  }
+  taken = last;
+  return starts & ((std::uint64_t{1} << last) - 1);
+}
+
 // Decodes a block of valid one- to three-byte characters 16 positions at a time, with no step
 // waiting for the one before: each position is decoded as a possible character start, and the
-// starts are then gathered by a table shuffle. A character running past the block is left for
-// the next block, whose first byte it becomes. Returns the input bytes taken (a character
-// boundary) and adds the output to `out_bytes`.
+// starts are then gathered by a table shuffle (StartsToDecode says which, at the block's end).
+// Returns the input bytes taken and adds the output to `out_bytes`.
 template <bool kThree>
 __attribute__((target("sse4.1"), always_inline)) inline unsigned DecodeStartsBlock(
     const unsigned char* p, std::uint64_t high, std::uint64_t cont, std::uint64_t lead3,
     unsigned char* dst, unsigned& out_bytes) {
-  const std::uint64_t starts = ~cont;
-  // The last character start, and whether the character runs past the block.
-  const unsigned last = 63 - static_cast<unsigned>(__builtin_clzll(starts));
-  const unsigned last_length = ((high >> last) & 1) == 0 ? 1 : ((lead3 >> last) & 1) != 0 ? 3 : 2;
-  const unsigned taken = last + last_length > kBlock ? last : kBlock;
-  const std::uint64_t keep = taken == kBlock ? starts : starts & ((std::uint64_t{1} << taken) - 1);
+  unsigned taken;
+  const std::uint64_t keep = StartsToDecode(high, cont, lead3, taken);
   const __m128i zero = _mm_setzero_si128();
   unsigned w = out_bytes;
   for (unsigned at = 0; at < kBlock; at += 16) {
@@ -656,6 +669,97 @@ __attribute__((target("sse4.1"), always_inline)) inline unsigned DecodeStartsBlo
                    bits & 0xFF, dst + w);
     w += StoreKept(DecodeLanes<kThree>(_mm_unpackhi_epi8(v, n1), _mm_unpackhi_epi8(n2, zero)),
                    (bits >> 8) & 0xFF, dst + w);
+  }
+  out_bytes = w;
+  return taken;
+}
+
+// The same two steps 32 bytes at a time, where the processor has AVX2 (checked once at run time):
+// the byte classes of a block, and the decoding of its character starts. They are called once a
+// block, so they stay out of line.
+bool HaveAvx2() {
+  static const bool have = [] {
+    __builtin_cpu_init();
+    return __builtin_cpu_supports("avx2") != 0;
+  }();
+  return have;
+}
+
+__attribute__((target("avx2"), always_inline)) inline std::uint64_t Mask32(__m256i m, int half) {
+  return std::uint64_t{static_cast<std::uint32_t>(_mm256_movemask_epi8(m))} << (32 * half);
+}
+
+// Byte comparisons of 32 bytes with one value (bytes compare as signed, as in Classify).
+__attribute__((target("avx2"), always_inline)) inline __m256i Below(__m256i v, char x) {
+  return _mm256_cmpgt_epi8(_mm256_set1_epi8(x), v);
+}
+__attribute__((target("avx2"), always_inline)) inline __m256i Above(__m256i v, char x) {
+  return _mm256_cmpgt_epi8(v, _mm256_set1_epi8(x));
+}
+__attribute__((target("avx2"), always_inline)) inline __m256i Equal(__m256i v, char x) {
+  return _mm256_cmpeq_epi8(v, _mm256_set1_epi8(x));
+}
+
+__attribute__((target("avx2"), noinline)) BlockClasses ClassifyBlockAvx2(const unsigned char* p) {
+  BlockClasses b;
+  for (int k = 0; k < 2; ++k) {
+    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 32 * k));
+    const std::uint64_t high = Mask32(v, k);
+    const std::uint64_t cont = Mask32(Below(v, -64), k);
+    b.high |= high;
+    b.cont |= cont;
+    b.lead3 |= Mask32(Above(v, -33), k) & high;
+    b.lead4 |= Mask32(Above(v, -17), k) & high;
+    b.overlong2 |= Mask32(Below(v, -62), k) & ~cont;
+    b.e0 |= Mask32(Equal(v, -32), k);
+    b.ed |= Mask32(Equal(v, -19), k);
+    b.low_cont |= Mask32(Below(v, -96), k);
+  }
+  return b;
+}
+
+// DecodeLanes for sixteen lanes.
+template <bool kThree>
+__attribute__((target("avx2"), always_inline)) inline __m256i DecodeLanesAvx2(__m256i x,
+                                                                              __m256i z) {
+  const __m256i lead = _mm256_and_si256(x, _mm256_set1_epi16(0xFF));
+  const __m256i ascii = _mm256_and_si256(x, _mm256_set1_epi16(0x7F));
+  const __m256i second = _mm256_and_si256(_mm256_srli_epi16(x, 8), _mm256_set1_epi16(0x3F));
+  const __m256i two =
+      _mm256_or_si256(_mm256_slli_epi16(_mm256_and_si256(x, _mm256_set1_epi16(0x1F)), 6), second);
+  const __m256i is_ascii = _mm256_cmpgt_epi16(_mm256_set1_epi16(0x80), lead);
+  if constexpr (!kThree) return _mm256_blendv_epi8(two, ascii, is_ascii);
+  const __m256i three = _mm256_or_si256(
+      _mm256_or_si256(_mm256_slli_epi16(x, 12),
+                      _mm256_and_si256(_mm256_srli_epi16(x, 2), _mm256_set1_epi16(0x0FC0))),
+      _mm256_and_si256(z, _mm256_set1_epi16(0x3F)));
+  const __m256i is_three = _mm256_cmpgt_epi16(lead, _mm256_set1_epi16(0xDF));
+  return _mm256_blendv_epi8(_mm256_blendv_epi8(two, three, is_three), ascii, is_ascii);
+}
+
+template <bool kThree>
+__attribute__((target("avx2"), noinline)) unsigned DecodeStartsBlockAvx2(
+    const unsigned char* p, std::uint64_t high, std::uint64_t cont, std::uint64_t lead3,
+    unsigned char* dst, unsigned& out_bytes) {
+  unsigned taken;
+  const std::uint64_t keep = StartsToDecode(high, cont, lead3, taken);
+  const __m256i zero = _mm256_setzero_si256();
+  unsigned w = out_bytes;
+  for (unsigned at = 0; at < kBlock; at += 32) {
+    const __m256i v = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + at));
+    const __m256i n1 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + at + 1));
+    const __m256i n2 = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + at + 2));
+    // Unpacking works within each 128-bit half: `low` holds positions 0-7 and 16-23, `upper`
+    // 8-15 and 24-31.
+    const __m256i low =
+        DecodeLanesAvx2<kThree>(_mm256_unpacklo_epi8(v, n1), _mm256_unpacklo_epi8(n2, zero));
+    const __m256i upper =
+        DecodeLanesAvx2<kThree>(_mm256_unpackhi_epi8(v, n1), _mm256_unpackhi_epi8(n2, zero));
+    const auto bits = static_cast<unsigned>(keep >> at);
+    w += StoreKept(_mm256_castsi256_si128(low), bits & 0xFF, dst + w);
+    w += StoreKept(_mm256_castsi256_si128(upper), (bits >> 8) & 0xFF, dst + w);
+    w += StoreKept(_mm256_extracti128_si256(low, 1), (bits >> 16) & 0xFF, dst + w);
+    w += StoreKept(_mm256_extracti128_si256(upper, 1), (bits >> 24) & 0xFF, dst + w);
   }
   out_bytes = w;
   return taken;
@@ -738,7 +842,8 @@ __attribute__((target("sse4.1"))) void Utf8ToUtf16Sse(unsigned char* out, unsign
       common = WindowsThroughBlock<kStandard>(p, end, o);
       continue;
     }
-    const BlockClasses c = ClassifyBlock(v);
+    const bool avx2 = HaveAvx2();
+    const BlockClasses c = avx2 ? ClassifyBlockAvx2(p) : ClassifyBlock(v);
     if (BadPositions<kStandard>(c.high, c.cont, c.lead3, c.lead4, c.overlong2, c.e0, c.ed,
                                 c.low_cont) != 0) {
       common = WindowsThroughBlock<kStandard>(p, end, o);
@@ -748,12 +853,15 @@ __attribute__((target("sse4.1"))) void Utf8ToUtf16Sse(unsigned char* out, unsign
     // Runs of three-byte characters (CJK text) decode fastest by their own step; other text with
     // three-byte characters, and text of one- and two-byte characters, by its starts.
     unsigned pos;
-    if (c.lead3 == 0) {
-      pos = DecodeStartsBlock<false>(p, c.high, c.cont, c.lead3, o.Next(), out_bytes);
-    } else if ((~(c.cont >> 1) & kFiveThreeByteMask) == kFiveThreeByteEnds) {
+    if ((~(c.cont >> 1) & kFiveThreeByteMask) == kFiveThreeByteEnds) {
       pos = DecodeValidBlock(p, c.high, c.cont, o.Next(), tail, out_bytes);
+    } else if (avx2) {
+      pos = c.lead3 == 0
+                ? DecodeStartsBlockAvx2<false>(p, c.high, c.cont, c.lead3, o.Next(), out_bytes)
+                : DecodeStartsBlockAvx2<true>(p, c.high, c.cont, c.lead3, o.Next(), out_bytes);
     } else {
-      pos = DecodeStartsBlock<true>(p, c.high, c.cont, c.lead3, o.Next(), out_bytes);
+      pos = c.lead3 == 0 ? DecodeStartsBlock<false>(p, c.high, c.cont, c.lead3, o.Next(), out_bytes)
+                         : DecodeStartsBlock<true>(p, c.high, c.cont, c.lead3, o.Next(), out_bytes);
     }
     o.Add(out_bytes);
     p += pos;
