@@ -1,5 +1,5 @@
-// Stream filters: chunked coding (against hostile input and against Python's HTTP client), the
-// converting streams, the small filters, and the thread-safe output stream.
+// Stream filters: the kept chunked coding, the converting streams, the small filters, and the
+// thread-safe output stream.
 #include <gtest/gtest.h>
 #include <kiv/converters.h>
 #include <kiv/encodings.h>
@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <climits>
 #include <cstdio>
-#include <fstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -25,39 +24,13 @@ using kiv::testing::FakeOutput;
 using kiv::testing::ReadAll;
 using kiv::testing::ThrownText;
 
-kiv::SyncInputStream Over(const std::string& bytes) {
-  return kiv::SyncInputStreamExp::Make(
-      kiv::BufferExp::Make(const_cast<char*>(bytes.data()), unsigned(bytes.size())));
-}
-
-std::string Decode(const std::string& wire, unsigned count, std::vector<unsigned> sizes = {}) {
-  return ReadAll(kiv::ChunkedSyncIOStreamExp::Make(
-                     kiv::SyncInputStream(new FakeInput(wire, std::move(sizes)))),
+std::string Decode(const std::string& wire, unsigned count) {
+  return ReadAll(kiv::ChunkedSyncIOStreamExp::Make(kiv::SyncInputStream(new FakeInput(wire))),
                  count);
 }
 
-std::string Body(size_t n) {
-  std::string body(n, '\0');
-  std::uint32_t x = 12345;
-  for (auto& c : body) c = char((x = x * 1103515245 + 12345) >> 16);
-  return body;
-}
-
-std::string Encode(const std::string& body, size_t write_size) {
-  auto* raw = new FakeOutput();
-  kiv::SyncOutputStream sink(raw);
-  {
-    kiv::SyncOutputStream chunked = kiv::ChunkedSyncIOStreamExp::Make(sink);
-    for (size_t i = 0; i < body.size(); i += write_size) {
-      const unsigned n = unsigned(std::min(write_size, body.size() - i));
-      EXPECT_EQ(chunked->Write(body.data() + i, n), n);
-    }
-  }
-  return raw->text;
-}
-
-// The kept decoder never throws on malformed framing; the chunked_decode fuzz target checks it
-// against a model of these rules over any bytes, cut anywhere and delivered in any pieces.
+// The kept rules, one case each; the chunked_decode fuzz target holds the decoder to a model of
+// them over any input.
 TEST(ChunkedInput, DecodesAsTheKeptRulesSay) {
   const std::string tail = "\r\n0123456789abcdef0123\r\n0\r\n";
   const struct {
@@ -65,59 +38,29 @@ TEST(ChunkedInput, DecodesAsTheKeptRulesSay) {
     unsigned count;
     std::string expected;
   } cases[] = {
-      {"a;name=value\r\n0123456789\r\n0\r\n", 10, "0123456789"},
       // Lines that are not size lines are skipped: empty, no CR, a lone CR.
       {"\r\n5\n\r\n5\r\nhello\r\n0\r\n", 5, "hello"},
-      // A read larger than the chunk takes the framing after it as data.
-      {"3\r\nabc\r\n0\r\n\r\n", 100, "abc\r\n0\r\n\r\n"},
-      // A chunk not closed by CR LF ends the body after its data.
-      {"3\r\nabcXY3\r\ndef\r\n0\r\n", 3, "abc"},
-      // Sizes are read as strtoul reads them into 32 bits.
+      {"3\r\nabc\r\n0\r\n\r\n", 100, "abc\r\n0\r\n\r\n"},  // a long read takes framing as data
+      {"3\r\nabcXY3\r\ndef\r\n0\r\n", 3, "abc"},           // a chunk not closed by CR LF ends it
+      // Sizes are read as strtoul reads them into 32 bits; no digits read as the last chunk.
       {" +0x10;x" + tail, 16, "0123456789abcdef"},
-      {"\t10 junk" + tail, 16, "0123456789abcdef"},
       {std::string("10\0ff", 5) + tail, 16, "0123456789abcdef"},
-      {"0x" + tail, 16, ""},  // "0" then junk: the last chunk
-      {"zz" + tail, 16, ""},  // no digits: the last chunk
-      // -1 and overflowing sizes read as 0xFFFFFFFF: everything that follows is data.
+      {"zz" + tail, 16, ""},
       {"-1" + tail, 7, tail.substr(2)},
       {"123456789abcdef" + tail, 7, tail.substr(2)},
       // 63 bytes and the line feed is the longest size line; a longer one is dropped.
       {std::string(61, '0') + "3\r\nabc\r\n0\r\n", 3, "abc"},
       {std::string(62, '0') + "9\r\n3\r\nabc\r\n0\r\n", 3, "abc"},
-      // Hostile input ends the body without failing.
-      {std::string(1 << 20, 'f'), 100, ""},          // an endless size line
-      {std::string(1 << 16, '\r') + "\n", 100, ""},  // CRs without LF
-      {std::string(1000, '\0'), 100, ""},
-      {"ffffffff\r\nshort", 100, "short"},  // a huge chunk cut short
+      {std::string(1 << 20, 'f'), 100, ""},  // an endless size line ends the body
   };
   for (const auto& c : cases) {
-    SCOPED_TRACE(c.wire.substr(0, 40));
-    EXPECT_EQ(Decode(c.wire, c.count), c.expected);
+    EXPECT_EQ(Decode(c.wire, c.count), c.expected) << c.wire.substr(0, 40);
   }
-  const std::string body = Body(300);
-  EXPECT_TRUE(Decode(Encode(body, 70), 1000, {1}) == body);  // byte-wise input never overruns
-
-  auto* raw = new FakeInput("5\r\nhello\r\n0\r\n\r\n");
-  kiv::SyncInputStream chunked = kiv::ChunkedSyncIOStreamExp::Make(kiv::SyncInputStream(raw));
-  EXPECT_EQ(ReadAll(chunked, 5), "hello");
-  EXPECT_EQ(chunked->Read(-1), -1);
-  EXPECT_EQ(raw->Rest(), "\r\n");  // the trailer's end stays unread
-}
-
-TEST(ChunkedInput, CappedReadsDeliverOnlyDataToAReader) {
-  const std::string wire = "3\r\nab\n\r\n4\r\ncd\ne\r\n0\r\n\r\n";
-  auto capped = [&wire] {
-    return kiv::ChunkedSyncIOStreamExp::MakeCapped(kiv::SyncInputStream(new FakeInput(wire)));
-  };
-  EXPECT_EQ(ReadAll(capped(), 100), "ab\ncd\ne");
-  kiv::Reader reader =
-      kiv::ReaderExp::Make(kiv::TextInputStreamExp::Make(capped(), kiv::BufferExp::Make(4096),
-                                                         kiv::TextEncodingExp::MakeUTF8()),
-                           -1);
-  std::vector<std::string> lines;
-  kiv::String line;
-  while (reader->ReadLine(line)) lines.push_back(kiv::testing::Utf8(line));
-  EXPECT_EQ(lines, (std::vector<std::string>{"ab\n", "cd\n", "e"}));
+  // Capped, reads stop at the chunk's end.
+  EXPECT_EQ(ReadAll(kiv::ChunkedSyncIOStreamExp::MakeCapped(
+                        kiv::SyncInputStream(new FakeInput("3\r\nab\n\r\n2\r\ncd\r\n0\r\n\r\n"))),
+                    100),
+            "ab\ncd");
 }
 
 TEST(ChunkedInput, ATimeoutInsideTheFramingResumesWhereItStruck) {
@@ -131,18 +74,16 @@ TEST(ChunkedInput, ATimeoutInsideTheFramingResumesWhereItStruck) {
   EXPECT_EQ(raw->Rest(), "");
 }
 
-TEST(ChunkedOutput, WritesOneChunkPerWriteAndTheLastOnRelease) {
+// The chunk format itself the chunked_round_trip fuzz target pins for any writes.
+TEST(ChunkedOutput, WritesTheLastChunkAndFlushesOnlyOnRelease) {
   auto* raw = new FakeOutput();
   kiv::SyncOutputStream sink(raw);
   {
     kiv::SyncOutputStream chunked = kiv::ChunkedSyncIOStreamExp::Make(sink);
     EXPECT_EQ(chunked->Write("abc", 3), 3u);
-    EXPECT_EQ(chunked->Write("", 0), 0u);
-    EXPECT_TRUE(chunked->Write(static_cast<unsigned char>('X')));
-    EXPECT_EQ(raw->text, "3\r\nabc\r\n1\r\nX\r\n");
     EXPECT_EQ(raw->flushes, 0);
   }
-  EXPECT_EQ(raw->text, "3\r\nabc\r\n1\r\nX\r\n0\r\n\r\n");
+  EXPECT_EQ(raw->text, "3\r\nabc\r\n0\r\n\r\n");
   EXPECT_EQ(raw->flushes, 1);
   // One wrapped write per part: what a sink leaves of the header or the line break is not
   // examined, and the count returned is what it took of the data.
@@ -152,39 +93,12 @@ TEST(ChunkedOutput, WritesOneChunkPerWriteAndTheLastOnRelease) {
   EXPECT_EQ(narrow->text, "a\r\nabc\r\n0\r\n");
 }
 
-TEST(ChunkedOutput, PythonsHttpClientReadsWhatWeEncode) {
-  if (std::system("command -v python3 >/dev/null 2>&1") != 0) {
-    GTEST_SKIP() << "python3 is not available: the encoder is not cross-checked";
-  }
-  kiv::testing::ScopedTempDir dir;
-  const std::string body = Body(20000);
-  std::string wire = "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n";
-  for (size_t write_size : {7, 15, 16, 255, 4096, 65536}) {
-    wire += Encode(body, write_size);
-    wire.resize(wire.size() - 5);  // all bodies but the last go on as chunks of one body
-  }
-  wire += "0\r\n\r\n";
-  std::ofstream("response.bin", std::ios::binary) << wire;
-  std::ofstream("read.py") << "import http.client, io, sys\n"
-                              "class S:\n"
-                              "    def __init__(self, d): self.f = io.BytesIO(d)\n"
-                              "    def makefile(self, *a, **k): return self.f\n"
-                              "r = http.client.HTTPResponse(S(open('response.bin','rb').read()))\n"
-                              "r.begin()\n"
-                              "sys.stdout.buffer.write(r.read())\n";
-  ASSERT_EQ(std::system("python3 read.py > body.bin"), 0);
-  std::string expected;
-  for (int i = 0; i < 6; ++i) expected += body;
-  EXPECT_TRUE(kiv::testing::ReadFile("body.bin") == expected);
-}
-
 TEST(FixedLength, EndsAtTheLimitAndAtAnEarlyEnd) {
   auto* raw = new FakeInput("abcdef");
   kiv::SyncInputStream wrapped(raw);
   kiv::SyncInputStream none = kiv::FixedLengthSyncInputStreamExp::Make(wrapped, 0);
   char buf[8];
   EXPECT_EQ(none->Read(buf, 8, -1), 0u);
-  EXPECT_EQ(none->Read(-1), -1);
   EXPECT_TRUE(raw->timeouts.empty());  // the wrapped stream was never read
   EXPECT_EQ(ReadAll(kiv::FixedLengthSyncInputStreamExp::Make(wrapped, 4), 3), "abcd");
   EXPECT_EQ(raw->Rest(), "ef");
@@ -254,9 +168,10 @@ TEST(Tee, CopiesWhatTheFirstAcceptedAndDropsTheSecondsFailures) {
 }
 
 TEST(LoggingInput, LogsWhatIsReadAndMarkerMoves) {
-  const std::string bytes("ab\0cdefghijklmnop", 17);
+  char bytes[] = "ab\0cdefghijklmnop";
   auto* log = new FakeOutput();
-  kiv::SyncInputStream in = kiv::SyncInputStreamExp::Make(Over(bytes), kiv::SyncOutputStream(log));
+  kiv::SyncInputStream in = kiv::SyncInputStreamExp::Make(
+      kiv::SyncInputStreamExp::Make(kiv::BufferExp::Make(bytes, 17)), kiv::SyncOutputStream(log));
   char buf[2];
   EXPECT_EQ(in->Read(buf, 2, -1), 2u);
   EXPECT_EQ(in->Read(-1), 0);  // a zero byte read singly is not logged
@@ -270,27 +185,31 @@ TEST(LoggingInput, LogsWhatIsReadAndMarkerMoves) {
   marker->SetPosition(4);
   EXPECT_EQ(log->text, "\n### INPUT MARKER RESET FROM 10 TO 4\n");
   EXPECT_EQ(marker->GetPosition(), 4);
-  EXPECT_EQ(ThrownText<kiv::BoundsException>([&] { marker->SetPosition(100); }),
-            "kiv::BoundsException - 100");
+  EXPECT_THROW(marker->SetPosition(100), kiv::BoundsException);
   kiv::SyncInputStream plain = kiv::SyncInputStreamExp::Make(
       kiv::SyncInputStream(new FakeInput("x")), kiv::SyncOutputStream(log));
   EXPECT_FALSE(plain->IsRandomAccess());
   EXPECT_THROW(plain->ToStreamMarker(), kiv::NotRandomAccessException);
 }
 
-std::string Utf8Sample() {
+std::string Bytes(const kiv::String& s) {
+  return std::string(static_cast<const char*>(s->GetData()), s->ByteLength());
+}
+
+// Lines of characters of one to four bytes in UTF-8, and the same in UTF-16.
+std::string Utf8Sample(int lines) {
   std::string s;
-  for (int i = 0; i < 200; ++i) s += "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80 line\n";
+  for (int i = 0; i < lines; ++i) s += "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80 line\n";
   return s;
+}
+kiv::String Utf16Of(const std::string& utf8) {
+  return kiv::String(kiv::TextEncodingExp::MakeUTF8(), utf8.data(), unsigned(utf8.size()))
+      ->Encode(kiv::TextEncodingExp::MakeUTF16());
 }
 
 TEST(ConvertingInput, DeliversWhatTheBlockConverterMakesWhateverTheReadSizes) {
-  const std::string text = Utf8Sample();
-  const kiv::String wide =
-      kiv::String(kiv::TextEncodingExp::MakeUTF8(), text.data(), unsigned(text.size()))
-          ->Encode(kiv::TextEncodingExp::MakeUTF16());
-  const std::string expected(static_cast<const char*>(wide->GetData()), wide->ByteLength());
-  for (unsigned read_size : {1u, 2u, 3u, 7u, 1000u}) {
+  const std::string text = Utf8Sample(200), expected = Bytes(Utf16Of(text));
+  for (unsigned read_size : {1u, 3u, 1000u}) {
     for (unsigned max_read : {1u, UINT_MAX}) {
       kiv::SyncInputStream in =
           kiv::SyncInputStreamExp::Make(kiv::SyncInputStream(new FakeInput(text, {max_read})),
@@ -334,13 +253,9 @@ TEST(ConvertingInput, ThrowsTheNeededSizeWhenEvenTheOverflowStoreFails) {
 }
 
 TEST(ConvertingOutput, ConvertsLargeWritesAndDropsAnIncompleteTail) {
-  const std::string sample = Utf8Sample() + Utf8Sample() + Utf8Sample();
-  const kiv::String wide =
-      kiv::String(kiv::TextEncodingExp::MakeUTF8(), sample.data(), unsigned(sample.size()))
-          ->Encode(kiv::TextEncodingExp::MakeUTF16());
+  const kiv::String wide = Utf16Of(Utf8Sample(600));
   // What the block converter makes of it (it writes surrogates one by one).
-  const kiv::String back = wide->Encode(kiv::TextEncodingExp::MakeUTF8());
-  const std::string text(static_cast<const char*>(back->GetData()), back->ByteLength());
+  const std::string text = Bytes(wide->Encode(kiv::TextEncodingExp::MakeUTF8()));
   auto* raw = new FakeOutput();
   kiv::SyncOutputStream out = kiv::SyncOutputStreamExp::Make(
       kiv::SyncOutputStream(raw), kiv::TextEncodingExp::MakeUTF8()->GetFromWideConverter());
@@ -351,8 +266,8 @@ TEST(ConvertingOutput, ConvertsLargeWritesAndDropsAnIncompleteTail) {
 }
 
 TEST(ThreadSafeOutput, EveryWriteLandsWhole) {
-  // Log-style writers in line mode hand each line to the shared stream in one Write; the lock
-  // keeps the lines whole and the sink's own bookkeeping free of races.
+  // Writers in line mode hand each line over in one Write; the lock keeps it whole and the sink's
+  // bookkeeping free of races.
   auto* raw = new FakeOutput();
   kiv::SyncOutputStream shared = kiv::MTSyncIOStreamExp::Make(kiv::SyncOutputStream(raw));
   constexpr int kThreads = 4, kLines = 300;
