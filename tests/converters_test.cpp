@@ -113,7 +113,6 @@ TEST(UnitConverters, AsciiCaseAndCopy) {
   EXPECT_EQ(dc->Convert(nullptr, out_size, nullptr, in_size, false), DC::ResultOK);
   EXPECT_EQ(out_size + in_size, 0u);
 
-  // Case converters map unit by unit.
   EXPECT_EQ(ConvertAll(TextEncodingExp::MakeAscii()->GetToUpperConverter(), "aZ1\xE9"), "AZ1\xE9");
   BlockConverter upper16 = TextEncodingExp::MakeUTF16()->GetToUpperConverter();
   EXPECT_EQ(ConvertAll(upper16, U16({'a', 'Z', 0xD83D, 0xDE00})), U16({'A', 'Z', 0xD83D, 0xDE00}));
@@ -230,6 +229,7 @@ TEST(UnicodeConverters, HelpersDataFacesEstimatesAndCase) {
 
   BlockConverter enc = TextEncodingExp::MakeUTF8()->GetFromWideConverter();
   EXPECT_DOUBLE_EQ(enc->GetExpansionFactor(), 0.5);
+  EXPECT_EQ(ConvertAll(enc, U16({0xD83D, 0xDE00})), "\xED\xA0\xBD\xED\xB8\x80");  // unit by unit
   in_size = 3;  // a nominal character is 2 / 0.5 + 0.5 = 4 bytes
   EXPECT_EQ(enc->GetDataConverter()->EstimateSizes(out_size, "abc", in_size, false),
             DC::ResultInputIncomplete);
