@@ -1,11 +1,8 @@
-// The block converters of the built-in encodings against per-character models of their
-// conversions: UTF-8, UTF-32 and ASCII to and from wide text, and the 2-byte copy of UTF-16. The
-// input is converted in calls at chosen output sizes; each call must answer the model's result
-// (ResultOK, ResultInputIncomplete, ResultOutputTooSmall, or CannotConvertException), sizes and
-// bytes.
-//
-// Input: the converter (first byte, modulo 7; bit 7 folds UTF-32 values into the code space so
-// that conversions get far), the output sizes (a length byte and that many sizes), then the text.
+// The block converters of UTF-8, UTF-32 and ASCII to and from wide text, and UTF-16's 2-byte copy,
+// against per-character models: each call, at an output size the input chooses, must answer the
+// model's result (or CannotConvertException), sizes, positions and bytes.
+// Input: the converter (first byte, modulo 7; bit 7 folds UTF-32 values into the code space),
+// the output sizes (a length byte and that many sizes), then the text.
 #include <kiv/converters.h>
 #include <kiv/encodings.h>
 #include <kiv/exception.h>
@@ -13,7 +10,6 @@
 #include <cstring>
 #include <memory>
 #include <string>
-#include <utility>
 
 #include "fuzz_support.h"
 #include "text_model.h"
@@ -24,25 +20,12 @@ using kiv::fuzz::Escaped;
 using Result = kiv::DataConverterItf::BufferResult;
 
 // Even kinds convert to wide text, odd ones from it; the UTF-16 copy is the same both ways.
-enum Kind {
-  kUtf8ToWide,
-  kWideToUtf8,
-  kUtf32ToWide,
-  kWideToUtf32,
-  kAsciiToWide,
-  kWideToAscii,
-  kUtf16
-};
-constexpr const char* kNames[] = {"utf-8->wide", "wide->utf-8", "utf-32->wide", "wide->utf-32",
-                                  "ascii->wide", "wide->ascii", "utf-16 copy"};
+enum Kind { kFromUtf8, kToUtf8, kFromUtf32, kToUtf32, kFromAscii, kToAscii, kUtf16Copy };
 
 kiv::BlockConverter ConverterOf(Kind kind) {
   using E = kiv::TextEncodingExp;
-  const kiv::TextEncoding encoding[] = {E::MakeUTF8(),  E::MakeUTF8(),  E::MakeUTF32(),
-                                        E::MakeUTF32(), E::MakeAscii(), E::MakeAscii(),
-                                        E::MakeUTF16()};
-  return kind % 2 == 0 ? encoding[kind]->GetToWideConverter()
-                       : encoding[kind]->GetFromWideConverter();
+  const kiv::TextEncoding e[] = {E::MakeUTF8(), E::MakeUTF32(), E::MakeAscii(), E::MakeUTF16()};
+  return kind % 2 == 0 ? e[kind / 2]->GetToWideConverter() : e[kind / 2]->GetFromWideConverter();
 }
 
 template <class T>
@@ -50,32 +33,23 @@ std::string BytesOf(const T* units, std::size_t n) {
   return std::string(reinterpret_cast<const char*>(units), n * sizeof(T));
 }
 
-// One character of the converters that go character by character.
 struct Char {
-  enum Status { kOk, kIncomplete, kInvalid };
-  Char(Status s, unsigned length = 0, std::string bytes = {})
-      : status(s), in(length), out(std::move(bytes)) {}
-  Status status;
-  unsigned in;
-  std::string out;
+  enum Status { kOk, kIncomplete, kInvalid } status = kOk;
+  unsigned in = 0;
+  std::string out = {};
 };
 
 // The character at `p` for the conversions between wide text and UTF-8 or UTF-32.
 Char Step(Kind kind, const unsigned char* p, unsigned left) {
   std::uint32_t value = 0;
-  if (kind == kWideToUtf8 || kind == kWideToUtf32) {
+  if (kind == kToUtf8 || kind == kToUtf32) {
     if (left < 2) return {Char::kIncomplete};
-    std::uint16_t unit;
-    std::memcpy(&unit, p, 2);
-    value = unit;
-    return {Char::kOk, 2, kind == kWideToUtf8 ? kiv::fuzz::EncodeUtf8(value) : BytesOf(&value, 1)};
+    std::memcpy(&value, p, 2);  // little-endian, as the fuzzing hosts are
+    return {Char::kOk, 2, kind == kToUtf8 ? kiv::fuzz::EncodeUtf8(value) : BytesOf(&value, 1)};
   }
   int length = left < 4 ? 0 : 4;
-  if (kind == kUtf8ToWide) {
-    length = kiv::fuzz::DecodeUtf8(p, p + left, value);
-  } else if (length == 4) {
-    std::memcpy(&value, p, 4);
-  }
+  if (kind == kFromUtf8) length = kiv::fuzz::DecodeUtf8(p, p + left, value);
+  if (kind == kFromUtf32 && length == 4) std::memcpy(&value, p, 4);
   if (length == 0) return {Char::kIncomplete};
   const std::u16string wide = kiv::fuzz::Utf16Of(value);
   if (length < 0 || wide.empty()) return {Char::kInvalid};
@@ -83,64 +57,54 @@ Char Step(Kind kind, const unsigned char* p, unsigned left) {
 }
 
 struct Call {
-  Call(Result r = Result::ResultOK, bool t = false, unsigned in_size = 0, unsigned out_size = 0,
-       std::string written = {})
-      : result(r), throws(t), in(in_size), out(out_size), bytes(std::move(written)) {}
-  Result result;
-  bool throws;
-  unsigned in;
-  unsigned out;  // bytes written, or needed on ResultOutputTooSmall
-  std::string bytes;
+  Result result = Result::ResultOK;
+  bool throws = false;
+  unsigned in = 0;
+  unsigned out = 0;  // bytes written, or needed on ResultOutputTooSmall
+  std::string bytes = {};
 };
 
 // What one block Convert of `in` into `room` (> 0) bytes must do.
 Call Expect(Kind kind, const unsigned char* in, unsigned in_size, unsigned room) {
   Call call;
-  switch (kind) {
-    case kAsciiToWide: {
-      if (room < 2) return {Result::ResultOutputTooSmall, false, 0, 2 * in_size};
-      call.in = std::min(in_size, room / 2);
-      call.out = 2 * call.in;
-      for (unsigned i = 0; i < call.in; ++i) {
-        const auto unit =
-            static_cast<std::uint16_t>(static_cast<std::int16_t>(static_cast<signed char>(in[i])));
-        call.bytes += BytesOf(&unit, 1);
-      }
-      return call;
+  if (kind == kFromAscii) {
+    if (room < 2) return {Result::ResultOutputTooSmall, false, 0, 2 * in_size};
+    call.in = std::min(in_size, room / 2);
+    call.out = 2 * call.in;
+    for (unsigned i = 0; i < call.in; ++i) {
+      const auto unit =
+          static_cast<std::uint16_t>(static_cast<std::int16_t>(static_cast<signed char>(in[i])));
+      call.bytes += BytesOf(&unit, 1);
     }
-    case kWideToAscii: {
-      if (in_size == 1) return {Result::ResultInputIncomplete};
-      call.in = 2 * std::min(in_size / 2, room);
-      call.out = call.in / 2;
-      for (unsigned i = 0; i < call.in; i += 2) {
-        std::uint16_t unit;
-        std::memcpy(&unit, in + i, 2);
-        call.bytes += unit < 0x7F ? static_cast<char>(unit) : '.';
-      }
-      return call;
+    return call;
+  }
+  if (kind == kToAscii) {
+    if (in_size == 1) return {Result::ResultInputIncomplete};
+    call.in = 2 * std::min(in_size / 2, room);
+    call.out = call.in / 2;
+    for (unsigned i = 0; i < call.in; i += 2) {
+      std::uint16_t unit;
+      std::memcpy(&unit, in + i, 2);
+      call.bytes += unit < 0x7F ? static_cast<char>(unit) : '.';
     }
-    case kUtf16: {
-      if (in_size == 1) return {Result::ResultInputIncomplete};
-      const unsigned whole = in_size & ~1u;
-      const unsigned size = whole > room ? room & ~1u : whole;
-      if (size == 0) return {Result::ResultOutputTooSmall, false, whole, whole};
-      return {Result::ResultOK, false, size, size,
-              std::string(reinterpret_cast<const char*>(in), size)};
-    }
-    default:
-      break;
+    return call;
+  }
+  if (kind == kUtf16Copy) {
+    if (in_size == 1) return {Result::ResultInputIncomplete};
+    const unsigned whole = in_size & ~1u;
+    const unsigned size = whole > room ? room & ~1u : whole;
+    if (size == 0) return {Result::ResultOutputTooSmall, false, whole, whole};
+    return {Result::ResultOK, false, size, size,
+            std::string(reinterpret_cast<const char*>(in), size)};
   }
   // Character by character, as far as the room goes.
   Char failed{Char::kOk};
   while (call.out < room && call.in < in_size) {
     const Char c = Step(kind, in + call.in, in_size - call.in);
     if (c.status == Char::kInvalid) return {Result::ResultOK, true};
-    if (c.status == Char::kIncomplete) {
-      call.result = Result::ResultInputIncomplete;
-      break;
-    }
-    if (c.out.size() > room - call.out) {
-      call.result = Result::ResultOutputTooSmall;
+    if (c.status == Char::kIncomplete || c.out.size() > room - call.out) {
+      call.result = c.status == Char::kIncomplete ? Result::ResultInputIncomplete
+                                                  : Result::ResultOutputTooSmall;
       failed = c;
       break;
     }
@@ -155,18 +119,6 @@ Call Expect(Kind kind, const unsigned char* in, unsigned in_size, unsigned room)
   return call;
 }
 
-// UTF-32 values folded into the code space (the fold still reaches 0x10FFFF and the surrogates).
-std::string FoldUtf32(std::string_view text) {
-  std::string folded(text);
-  for (std::size_t i = 0; i + 4 <= folded.size(); i += 4) {
-    std::uint32_t value;
-    std::memcpy(&value, folded.data() + i, 4);
-    value %= 0x110000;
-    std::memcpy(folded.data() + i, &value, 4);
-  }
-  return folded;
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -175,16 +127,21 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto kind = static_cast<Kind>((selector & 0x7F) % 7);
   kiv::fuzz::SizeScript rooms = kiv::fuzz::SizeScript::From(input);
   std::string text(input.Rest());
-  if (kind == kUtf32ToWide && (selector & 0x80) != 0) text = FoldUtf32(text);
+  // UTF-32 values folded into the code space (the fold still reaches 0x10FFFF and the surrogates).
+  for (std::size_t i = 0; kind == kFromUtf32 && (selector & 0x80) != 0 && i + 4 <= text.size();
+       i += 4) {
+    std::uint32_t value;
+    std::memcpy(&value, text.data() + i, 4);
+    value %= 0x110000;
+    std::memcpy(text.data() + i, &value, 4);
+  }
 
   kiv::BlockConverter converter = ConverterOf(kind);
   const auto* in = reinterpret_cast<const unsigned char*>(text.data());
   const auto total = static_cast<unsigned>(text.size());
-  unsigned pos = 0;
-  unsigned room_needed = 0;
+  unsigned pos = 0, room_needed = 0;
   while (pos < total) {
     const unsigned room = std::max(room_needed, rooms.Next(64));
-    room_needed = 0;
     const Call want = Expect(kind, in + pos, total - pos, room);
     // Exactly the room given, so that a write past it is caught.
     const std::unique_ptr<char[]> out(new char[room]);
@@ -196,15 +153,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     } catch (const kiv::CannotConvertException&) {
       got.throws = true;
     }
-    const std::string where = std::string(kNames[kind]) + " at " + std::to_string(pos) + " into " +
-                              std::to_string(room) + " of \"" + Escaped(text) + "\"";
-    KIV_FUZZ_CHECK(got.throws == want.throws, "%s: %s", got.throws ? "threw" : "did not throw",
-                   where.c_str());
+    const std::string where = "kind " + std::to_string(kind) + " at " + std::to_string(pos) +
+                              " into " + std::to_string(room) + " of \"" + Escaped(text) + "\"";
+    KIV_FUZZ_CHECK(got.throws == want.throws && (got.throws || got.result == want.result),
+                   "threw %d result %d, expected %d and %d: %s", got.throws, got.result,
+                   want.throws, want.result, where.c_str());
     if (got.throws) return 0;
-    KIV_FUZZ_CHECK(got.result == want.result, "result %d, expected %d: %s", got.result, want.result,
-                   where.c_str());
     // The ASCII-to-wide converter leaves the input size of a call that converts nothing open.
-    const bool in_open = kind == kAsciiToWide && got.result == Result::ResultOutputTooSmall;
+    const bool in_open = kind == kFromAscii && got.result == Result::ResultOutputTooSmall;
     KIV_FUZZ_CHECK((in_open || got.in == want.in) && got.out == want.out,
                    "sizes in %u out %u, expected in %u out %u: %s", got.in, got.out, want.in,
                    want.out, where.c_str());
@@ -214,19 +170,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                    "bytes \"%s\", expected \"%s\": %s",
                    Escaped(std::string_view(out.get(), got.out)).c_str(),
                    Escaped(want.bytes).c_str(), where.c_str());
-    const unsigned moved_in = converted ? got.in : 0;
-    const unsigned moved_out = converted ? got.out : 0;
+    const unsigned moved_in = converted ? got.in : 0, moved_out = converted ? got.out : 0;
     KIV_FUZZ_CHECK(in_pos == 7 + moved_in && out_pos == 11 + moved_out,
                    "positions moved by %u and %u, expected %u and %u: %s", in_pos - 7, out_pos - 11,
                    moved_in, moved_out, where.c_str());
-    if (!converted) {
-      if (want.result == Result::ResultOutputTooSmall) {
-        room_needed = want.out;  // the next call gets the room asked for
-        continue;
-      }
-      break;  // an incomplete character at the end: nothing more to convert
-    }
-    pos += got.in;
+    // An incomplete character at the end leaves nothing to convert; after a shortage the next
+    // call gets the room asked for.
+    if (!converted && want.result != Result::ResultOutputTooSmall) break;
+    room_needed = converted ? 0 : want.out;
+    pos += moved_in;
   }
   return 0;
 }

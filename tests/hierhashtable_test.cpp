@@ -29,38 +29,31 @@ std::vector<std::string> KeysOf(const HierHashtable& t) {
 TEST(HierHashtablePaths, WalkingWithDotsAndSeparators) {
   HierHashtable root = HierHashtableExp::Make();
   HierHashtable y = root->MakePath(Wide("x/y"), 0x1FF, 0);
-  EXPECT_EQ(root->MakePath(Wide("x/y"), 0x1FF, 0).Get(), y.Get());
-  // Dots, missing names and empty names on '/' paths are the hier_paths fuzz target's, against a
-  // model; here the keys of other encodings and the exceptions' payloads.
+  // Paths of '/' against a model: the hier_paths fuzz target. Here other encodings, separators
+  // and the exceptions' payloads.
   EXPECT_EQ(root->Get(String(TextEncodingExp::MakeUTF8(), static_cast<const void*>("x/./y"))).Get(),
             y.Get());
-  for (const char* bad : {"/x", "x/", "x//y", ""}) {
-    EXPECT_FALSE(root->ContainsKey(Wide(bad))) << bad;
-    EXPECT_THROW(root->Get(Wide(bad)), InvalidKeyException) << bad;
-  }
   EXPECT_THROW(root->Get(String()), InvalidKeyException);
-  EXPECT_THROW(root->Get(Wide("x/..")), KeyOutOfBoundsException);
   EXPECT_EQ(ThrownText<KeyOutOfBoundsException>([&] { root->Get(Wide("x/../y")); }),
             "kiv::KeyOutOfBoundsException - ../y");
   EXPECT_EQ(ThrownText<NoSuchNamedElementException>([&] { root->Get(Wide("x/q/y")); }),
             "kiv::NoSuchNamedElementException - q");
+  // A creating walk reports the path that remained at an inner "..".
+  EXPECT_EQ(
+      ThrownText<KeyOutOfBoundsException>([&] { root->MakePath(Wide("p/q/../r"), 0x1FF, 0); }),
+      "kiv::KeyOutOfBoundsException - ../r");
 
-  // Separator as a character, as a one-character string and as a longer string.
+  // Separator as a character and as a string.
   HierHashtable colon = HierHashtableExp::Make(ContainerExp::MakeList(), HashtableExp::Make(),
                                                std::uint32_t{':'}, false);
-  HierHashtable bar =
-      HierHashtableExp::Make(ContainerExp::MakeList(), HashtableExp::Make(), Wide("|"), false);
   HierHashtable twin =
       HierHashtableExp::Make(ContainerExp::MakeList(), HashtableExp::Make(), Wide("::"), false);
   HierHashtable b = colon->MakePath(Wide("a:b"), 0x1FF, 0);
   EXPECT_EQ(colon->Get(Wide("a:b")).Get(), b.Get());
   HierHashtable d = b->MakePath(Wide("c:d"), 0, 0);  // nodes made on a path keep the separator
   EXPECT_EQ(colon->Get(Wide("a:b:c:d")).Get(), d.Get());
-  HierHashtable barred = bar->MakePath(Wide("a|b"), 0, 0);
-  EXPECT_EQ(bar->Get(Wide("a|b")).Get(), barred.Get());
-  EXPECT_EQ(KeysOf(twin->MakePath(Wide("a::b::c"), 0, 0)), std::vector<std::string>{});
+  twin->MakePath(Wide("a::b::c"), 0, 0);
   EXPECT_EQ(KeysOf(twin), std::vector<std::string>{"a"});
-  EXPECT_EQ(KeysOf(twin->Get(Wide("a"))), std::vector<std::string>{"b"});
   EXPECT_TRUE(twin->ContainsKey(Wide("a::b::c")));
   EXPECT_FALSE(twin->ContainsKey(Wide("a:b")));
   EXPECT_THROW(twin->Get(Wide("a::::b")), InvalidKeyException);
@@ -68,27 +61,6 @@ TEST(HierHashtablePaths, WalkingWithDotsAndSeparators) {
   EXPECT_THROW(HierHashtableExp::Make(ContainerExp::MakeList(), HashtableExp::Make(),
                                       String(TextEncodingExp::MakeUTF16()), false),
                InvalidKeyException);
-}
-
-// Creating walks make each node as they reach it: a failure keeps what was made before it (the
-// hier_paths fuzz target compares every such failure with a model).
-TEST(HierHashtablePaths, FailedChangesKeepTheNodesMadeBeforeTheFailure) {
-  // An inner ".." reports the path that remained where it was met.
-  HierHashtable root = HierHashtableExp::Make();
-  EXPECT_EQ(
-      ThrownText<KeyOutOfBoundsException>([&] { root->MakePath(Wide("p/q/../r"), 0x1FF, 0); }),
-      "kiv::KeyOutOfBoundsException - ../r");
-  EXPECT_TRUE(root->ContainsKey(Wide("p/q")));
-
-  // Put returns what it replaced; Remove detaches and returns it; absent last names give empty.
-  HierHashtable node = HierHashtableExp::Make();
-  EXPECT_FALSE(!!root->Put(Wide("a/c/d"), node));
-  EXPECT_EQ(root->Get(Wide("a/c/d")).Get(), node.Get());
-  EXPECT_EQ(root->Put(Wide("a/c/d"), HierHashtableExp::Make()).Get(), node.Get());
-  HierHashtable q = root->Get(Wide("p/q"));
-  EXPECT_EQ(root->Remove(Wide("p/q"), 0).Get(), q.Get());
-  EXPECT_FALSE(!!root->Remove(Wide("p/q"), 0));
-  EXPECT_EQ(KeysOf(root), (std::vector<std::string>{"p", "a"}));
 }
 
 // A child of another class gets the rest of the path through its own operation, untouched, and
@@ -116,20 +88,9 @@ TEST(HierHashtablePaths, ChildrenOfOtherClassesJudgeTheRestThemselves) {
   flat->Put(Wide("k/x"), Wide("v"));
   root->Put(Wide("a/flat"), HierHashtableExp::Make(flat));
   EXPECT_EQ(Utf8(String(root->Get(Wide("a/flat/k/x"))->First())), "v");
-  HierHashtable z = HierHashtableExp::Make();
-  z->AddLast(Wide("z"));
-  root->Put(Wide("a/flat/k//z"), z);
-  EXPECT_EQ(Utf8(String(flat->Get(Wide("k//z")))), "z");
   EXPECT_THROW(root->MakePath(Wide("a/flat/k/y"), 0x1FF, 0), AccessException);
   EXPECT_THROW(root->MakePath(Wide("a/flat/.."), 0x1FF, 0), KeyOutOfBoundsException);
   EXPECT_FALSE(root->ContainsKey(Wide("a/flat/k")));
-
-  // A general node's MakePath replaces a value that is not a node, without notice.
-  Hashtable plain = HashtableExp::Make();
-  plain->Put(Wide("v"), Wide("text"));
-  HierHashtable general = HierHashtableExp::Make(ContainerExp::MakeList(), plain, false);
-  HierHashtable made = general->MakePath(Wide("v"), 0x1FF, 0);
-  EXPECT_EQ(plain->Get(Wide("v")).Get(), static_cast<RefCount*>(made.Get()));
 
   // A table of another class may hand out nodes that nothing else keeps alive.
   flat->Put(Wide("w"), Wide("vw"));
@@ -148,8 +109,6 @@ TEST(HierHashtablePaths, ValuesOnTheWayAndChildCaseRule) {
   HierHashtable w = root->MakePath(Wide("v/w"), 0x1FF, 0);  // the string is replaced
   EXPECT_EQ(root->Get(Wide("v/w")).Get(), w.Get());
   // The root's own table is case-sensitive; the nodes it made are not.
-  EXPECT_FALSE(root->IsCaseInsensitive());
-  EXPECT_TRUE(root->Get(Wide("v"))->IsCaseInsensitive());
   EXPECT_EQ(root->Get(Wide("v/W")).Get(), w.Get());
   EXPECT_THROW(root->Get(Wide("V/w")), NoSuchNamedElementException);
 }
@@ -165,12 +124,8 @@ TEST(HierHashtable, CloneDeepAndShallow) {
   EXPECT_EQ(shallow->Get(Wide("a/b")).Get(), leaf.Get());
   deep->MakePath(Wide("a/only-in-deep"), 0, 0);
   shallow->MakePath(Wide("z"), 0, 0);
-  EXPECT_FALSE(root->ContainsKey(Wide("a/only-in-deep")));
-  EXPECT_FALSE(root->ContainsKey(Wide("z")));
-  deep->RemoveAll();
-  EXPECT_EQ(deep->Count(), 0);
-  EXPECT_TRUE(KeysOf(deep).empty());
-  EXPECT_EQ(root->Count(), 1);
+  EXPECT_EQ(KeysOf(root->Get(Wide("a"))), std::vector<std::string>{"b"});
+  EXPECT_EQ(KeysOf(root), std::vector<std::string>{"a"});
 }
 
 TEST(HierHashtableAdapters, ReadOnlyFacesRefuseChanges) {
@@ -178,19 +133,12 @@ TEST(HierHashtableAdapters, ReadOnlyFacesRefuseChanges) {
   tree->AddLast(Wide("e"));
   tree->MakePath(Wide("a/b"), 0x1FF, 0);
   HierHashtable ro = HierHashtableExp::Make(ConstHierHashtableExp::Make(tree));
-  EXPECT_EQ(ro->Count(), 1);
   EXPECT_EQ(Utf8(String(ro->First())), "e");
-  EXPECT_TRUE(ro->ContainsKey(Wide("a/b")));
-  HierHashtable a = ro->Get(Wide("a"));
-  EXPECT_THROW(a->MakePath(Wide("c"), 0, 0), AccessException);
+  EXPECT_THROW(ro->Get(Wide("a"))->MakePath(Wide("c"), 0, 0), AccessException);
   EXPECT_THROW(ro->MakePath(Wide("c"), 0, 0), AccessException);
   EXPECT_THROW(ro->Put(Wide("c"), tree), AccessException);
   EXPECT_THROW(ro->Remove(Wide("a"), 0), AccessException);
   EXPECT_THROW(ro->AddLast(Object()), AccessException);
-  EXPECT_THROW(ro->ElementAt(0), AccessException);
-  EXPECT_THROW(ro->IteratorAtFirst(), AccessException);
-  EXPECT_THROW(ro->RemoveAll(), AccessException);
-  EXPECT_EQ(tree->Count(), 1);
 
   Hashtable flat = HashtableExp::Make();
   flat->Put(Wide("k"), Wide("v"));
@@ -198,8 +146,6 @@ TEST(HierHashtableAdapters, ReadOnlyFacesRefuseChanges) {
   EXPECT_FALSE(refusing->Put(Wide("k"), Object()));
   EXPECT_THROW(refusing->Lookup(Wide("k")), AccessException);
   EXPECT_THROW(refusing->Remove(Wide("k")), AccessException);
-  EXPECT_THROW(refusing->RemoveAll(), AccessException);
-  EXPECT_FALSE(refusing->IsCloneable());
   EXPECT_THROW(refusing->Clone(), HTNotCloneableException);
   HierHashtable over_const = HierHashtableExp::Make(ConstHashtable(flat));
   EXPECT_THROW(over_const->Put(Wide("k"), HierHashtableExp::Make()), AccessException);
@@ -211,12 +157,7 @@ TEST(HierHashtableAdapters, FlatAndHierarchicalViews) {
   Hashtable flat = HashtableExp::Make();
   flat->Put(Wide("k"), Wide("v"));
   HierHashtable one_level = HierHashtableExp::Make(flat);
-  HierHashtable wrapped = one_level->Get(Wide("k"));
-  ASSERT_EQ(wrapped->Count(), 1);
-  EXPECT_EQ(Utf8(String(wrapped->First())), "v");
   EXPECT_EQ(one_level->Get(Wide(".")).Get(), one_level.Get());
-  EXPECT_THROW(one_level->MakePath(Wide("new"), 0, 0), AccessException);
-  EXPECT_THROW(one_level->Get(Wide("..")), KeyOutOfBoundsException);
   HierHashtable node = HierHashtableExp::Make();
   node->AddLast(Wide("w"));
   EXPECT_EQ(Utf8(String(one_level->Put(Wide("k"), node)->First())), "v");
@@ -228,10 +169,8 @@ TEST(HierHashtableAdapters, FlatAndHierarchicalViews) {
   EXPECT_EQ(paths->Get(Wide("a/b")).Get(), static_cast<RefCount*>(b.Get()));
   EXPECT_THROW(paths->Put(Wide("a/c"), Wide("not a node")), BadCastException);
   EXPECT_TRUE(paths->Put(Wide("a/c"), HierHashtableExp::Make()));
-  EXPECT_TRUE(tree->ContainsKey(Wide("a/c")));
   EXPECT_THROW(paths->Lookup(Wide("a")), NotSupportedException);
   EXPECT_EQ(paths->Remove(Wide("a/b")).Get(), static_cast<RefCount*>(b.Get()));
-  EXPECT_FALSE(tree->ContainsKey(Wide("a/b")));
   EXPECT_TRUE(ConstHashtableExp::Make(tree)->ContainsKey(Wide("a/c")));
 }
 
@@ -268,8 +207,6 @@ TEST(HierHashtableDump, ExactText) {
 TEST(PartialMatchException, CarriesTheNodeReached) {
   HierHashtable node = HierHashtableExp::Make();
   PartialMatchException e(Wide("missing"), node);
-  EXPECT_EQ(e.LastMatch().Get(), node.Get());
-  EXPECT_EQ(Utf8(e.What()), "missing");
   EXPECT_EQ(Utf8(e.ToString()), "kiv::PartialMatchException - missing (partial match)");
   EXPECT_EQ(Utf8(PartialMatchException(Wide("x"), HierHashtable()).ToString()),
             "kiv::PartialMatchException - x");

@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -23,32 +22,26 @@ struct OtherItf : public virtual RefCount {};
 
 class Probe : public ProbeItf {
  public:
-  explicit Probe(std::atomic<int>* deaths = nullptr, int value = 0)
-      : deaths_(deaths), value_(value) {}
+  explicit Probe(std::atomic<int>* deaths = nullptr) : deaths_(deaths) {}
   ~Probe() override {
     if (deaths_) ++*deaths_;
   }
-  int Value() const override { return value_; }
+  int Value() const override { return 9; }
   std::int32_t Count() const { return GetCount(); }
   using RefCount::SetOuter;
 
-  // Revives itself the first `revivals` times it is finalised.
-  int revivals = 0;
+  int revivals = 0;  // Finalize revives the object this many times
   int finalized = 0;
   Ref<ProbeItf> keeper;
 
  protected:
   void Finalize() override {
     ++finalized;
-    if (revivals > 0) {
-      --revivals;
-      keeper = this;
-    }
+    if (revivals > 0) --revivals, keeper = this;
   }
 
  private:
   std::atomic<int>* deaths_;
-  int value_;
 };
 
 class ThrowingCompare : public RefCount {
@@ -59,10 +52,7 @@ class ThrowingCompare : public RefCount {
 
 struct ProbeHolder : public StaticRef<ProbeItf, ProbeHolder> {
   static inline int made = 0;
-  static ProbeItf* Make() {
-    ++made;
-    return new Probe(nullptr, 9);
-  }
+  static ProbeItf* Make() { return ++made, new Probe; }
 };
 
 struct FailingHolder : public StaticRef<ProbeItf, FailingHolder> {
@@ -72,16 +62,11 @@ struct FailingHolder : public StaticRef<ProbeItf, FailingHolder> {
 
 namespace {
 
-using testing::Utf8;
-
 TEST(AtomicCounterTest, InterlockedOperationsAndResults) {
   AtomicCounter c;
-  EXPECT_EQ(c.Get(), 0);
   c += 5;
   c -= 2;
-  EXPECT_EQ(static_cast<std::int32_t>(c), 3);
-  // Postfix forms return the counter itself, already changed.
-  AtomicCounter& same = c++;
+  AtomicCounter& same = c++;  // the postfix form returns the counter itself, already changed
   EXPECT_EQ(&same, &c);
   EXPECT_EQ(c.Get(), 4);
   EXPECT_EQ(c.SubtractAndTestZero(4), 1);
@@ -90,60 +75,35 @@ TEST(AtomicCounterTest, InterlockedOperationsAndResults) {
   EXPECT_EQ(c.AddAndTestNegative(-1), 1);
   c = 7;
   EXPECT_EQ(c.TestAndSet(5, 7), 1);
+  EXPECT_EQ(c.TestAndSet(6, 7), 0);
   EXPECT_EQ(c.Get(), 5);
-  c = 6;
-  EXPECT_EQ(c.TestAndSet(5, 7), 0);
-  EXPECT_EQ(c.Get(), 6);
 
   std::int32_t word = 10;
   EXPECT_EQ(AtomicAdd(&word, -3), 7);
   EXPECT_EQ(CompareAndSwap(&word, 1, 7), 7);
-  EXPECT_EQ(word, 1);
   EXPECT_EQ(CompareAndSwap(&word, 2, 7), 1);
   EXPECT_EQ(word, 1);
 }
 
-TEST(RefCountTest, LastReleaseFinalizesAndRevivalKeepsTheObject) {
+TEST(RefCountTest, FinalizeRevivalPartsAndNullSafeComparison) {
   RefCount::AddRef(nullptr);
   RefCount::Release(nullptr);
-
   std::atomic<int> deaths{0};
   Probe* p = new Probe(&deaths);
   p->revivals = 1;
-  {
-    Ref<ProbeItf> a(p);
-    Ref<ProbeItf> b = a;
-    EXPECT_EQ(p->Count(), 2);
-  }
+  { Ref<ProbeItf> only(p); }
   // Finalize took a new reference: still alive, finalised once.
   EXPECT_EQ(deaths, 0);
   EXPECT_EQ(p->finalized, 1);
-  EXPECT_EQ(p->Count(), 1);
-  // Dropping that reference finalises again, and this time the object goes.
-  Ref<ProbeItf> last = std::move(p->keeper);
-  last = nullptr;
-  EXPECT_EQ(deaths, 1);
-}
-
-TEST(RefCountTest, AggregatePartsShareOneCount) {
-  std::atomic<int> deaths{0};
-  Probe* outer = new Probe(&deaths);
   Probe inner;
-  inner.SetOuter(outer);
-  Ref<ProbeItf> hold(outer);
+  inner.SetOuter(p);
   {
     Ref<ProbeItf> via_inner(&inner);
-    EXPECT_EQ(outer->Count(), 2);
-    EXPECT_EQ(inner.Count(), 2);
+    EXPECT_EQ(p->Count(), 2);
   }
-  EXPECT_EQ(outer->Count(), 1);
-  hold = nullptr;
-  EXPECT_EQ(deaths, 1);
-}
-
-TEST(RefCountTest, NullSafeEqualsAndCompareNeverThrow) {
+  EXPECT_EQ(p->Count(), 1);
   Probe a;
-  ThrowingCompare t;
+  ThrowingCompare t;  // null-safe comparison, which never lets an exception out
   EXPECT_TRUE(RefCount::Equals(nullptr, nullptr));
   EXPECT_FALSE(RefCount::Equals(&a, nullptr));
   EXPECT_EQ(RefCount::Compare(nullptr, &a), -1);
@@ -152,29 +112,26 @@ TEST(RefCountTest, NullSafeEqualsAndCompareNeverThrow) {
   EXPECT_EQ(RefCount::Compare(&t, &a),
             static_cast<int>(reinterpret_cast<const char*>(static_cast<const RefCount*>(&t)) -
                              reinterpret_cast<const char*>(static_cast<const RefCount*>(&a))));
+  Ref<ProbeItf> last = std::move(p->keeper);
+  last = nullptr;  // finalises again, and this time the object goes
+  EXPECT_EQ(deaths, 1);
 }
 
-TEST(HandleTest, AssignmentCastsAndNullDereference) {
-  Probe* p = new Probe(nullptr, 42);
+TEST(HandleTest, AssignmentCastsAndFailures) {
+  Probe* p = new Probe;
   Ref<ProbeItf> r(p);
   Ref<ProbeItf>& same = r;
   r = same;  // self-assignment keeps the count
-  EXPECT_EQ(p->Count(), 1);
   Object o = r;
   EXPECT_EQ(p->Count(), 2);
-  Ref<ProbeItf> back(o);
-  EXPECT_EQ(back->Value(), 42);
-  EXPECT_TRUE(back == r);
-
+  EXPECT_EQ(Ref<ProbeItf>(o).Get(), p);
   EXPECT_TRUE(!Ref<ProbeItf>(Object()));
   EXPECT_THROW(Ref<OtherItf>{o}, BadCastException);
-
-  Object empty;
-  EXPECT_EQ(testing::ThrownText<NullPointerException>([&] { empty->Equals(*p); }),
-            "kiv::NullPointerException - kiv::RefCount");
   Ref<ProbeItf> none;
   EXPECT_EQ(testing::ThrownText<NullPointerException>([&] { none->Value(); }),
             "kiv::NullPointerException - kiv::ProbeItf");
+  EXPECT_THROW(NewFailedHandler(16), MemoryException);
+  EXPECT_THROW(NewFailedNewHandler(), std::bad_alloc);
 }
 
 TEST(ClassNameTest, NarrowWideAndRawTypeNames) {
@@ -184,12 +141,10 @@ TEST(ClassNameTest, NarrowWideAndRawTypeNames) {
   EXPECT_STREQ(narrow, "kiv::Probe");
   EXPECT_EQ(p.GetClassName(narrow, 1), 0u);
   EXPECT_EQ(narrow[0], '\0');
-
+  // The 16-bit form counts bytes, not characters.
   unsigned short wide[64];
-  EXPECT_EQ(p.GetClassName(wide, sizeof wide), 20u);  // bytes, not characters
-  EXPECT_EQ(wide[0], 'k');
+  EXPECT_EQ(p.GetClassName(wide, sizeof wide), 20u);
   EXPECT_EQ(wide[10], 0);
-  EXPECT_EQ(p.GetClassName(wide, 1), 0u);
   EXPECT_EQ(p.GetClassName(wide, 8), 6u);  // room for 3 characters and the terminator
 
   char out[64];
@@ -197,74 +152,53 @@ TEST(ClassNameTest, NarrowWideAndRawTypeNames) {
   EXPECT_STREQ(out, "kiv::RefCount");
   RTTI2ClassName(out, sizeof out, "class kiv::Ref<struct kiv::StringItf>");
   EXPECT_STREQ(out, "kiv::Ref<struct");
-  EXPECT_EQ(RTTI2ClassName(out, 5, "class kiv::RefCount"), 4u);
-  EXPECT_STREQ(out, "kiv:");
 }
 
 TEST(StaticRefTest, BuiltOnceAndUnusableAfterTeardown) {
+  // Holders live in zero-filled static storage; these get the same.
   alignas(ProbeHolder) unsigned char storage[sizeof(ProbeHolder)] = {};
   auto* holder = new (storage) ProbeHolder();
-  EXPECT_EQ(ProbeHolder::made, 1);
   Ref<ProbeItf> a = holder->Get();
-  Ref<ProbeItf> b = holder->Get();
-  EXPECT_TRUE(a == b);
+  EXPECT_TRUE(a == holder->Get());
   EXPECT_EQ(ProbeHolder::made, 1);
   holder->~ProbeHolder();
-  // The singleton is released by the holder but still held here.
-  EXPECT_EQ(a->Value(), 9);
+  EXPECT_EQ(a->Value(), 9);  // released by the holder but still held here
   try {
     holder->Get();
     FAIL();
   } catch (const std::logic_error& e) {
     EXPECT_STREQ(e.what(), "kiv::ProbeHolder");
   }
-}
 
-TEST(StaticRefTest, FailedConstructionIsRecordedAndRethrown) {
   testing::ScopedTempDir dir;
-  // Holders live in zero-filled static storage; give this one the same.
-  alignas(FailingHolder) unsigned char storage[sizeof(FailingHolder)] = {};
-  EXPECT_THROW(new (storage) FailingHolder(), TimeoutException);
+  alignas(FailingHolder) unsigned char failing[sizeof(FailingHolder)] = {};
+  EXPECT_THROW(new (failing) FailingHolder(), TimeoutException);
   EXPECT_EQ(testing::ReadTextFile("static_const_errs.txt"),
-            "static construction exception within kiv::FailingHolder: "
-            "kiv::TimeoutException\n");
+            "static construction exception within kiv::FailingHolder: kiv::TimeoutException\n");
 }
 
 TEST(HandleTest, ConcurrentAssignmentKeepsCountsExact) {
   std::atomic<int> deaths{0};
   constexpr int kObjects = 4;
-  std::vector<Probe*> objects;
   Ref<ProbeItf> shared;
-  {
-    std::vector<Ref<ProbeItf>> owners;
-    for (int i = 0; i < kObjects; ++i) {
-      objects.push_back(new Probe(&deaths, i));
-      owners.emplace_back(objects.back());
-    }
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-      threads.emplace_back([&, t] {
-        for (int i = 0; i < 20000; ++i) {
-          // Only assignment is concurrent: reading a slot that another thread is assigning is
-          // not part of the handle's contract.
-          shared = owners[(i + t) % kObjects];
-        }
-      });
-    }
-    for (auto& th : threads) th.join();
-    for (Probe* p : objects) {
-      EXPECT_EQ(p->Count(), p == shared.Get() ? 2 : 1);
-    }
-    EXPECT_EQ(deaths, 0);
+  std::vector<Ref<ProbeItf>> owners;
+  for (int i = 0; i < kObjects; ++i) owners.emplace_back(new Probe(&deaths));
+  std::vector<std::thread> threads;
+  for (int t = 0; t < 4; ++t) {
+    threads.emplace_back([&, t] {
+      // Only assignment is concurrent: reading a slot that another thread is assigning is not
+      // part of the handle's contract.
+      for (int i = 0; i < 20000; ++i) shared = owners[(i + t) % kObjects];
+    });
   }
+  for (auto& th : threads) th.join();
+  for (const Ref<ProbeItf>& owner : owners) {
+    EXPECT_EQ(static_cast<Probe*>(owner.Get())->Count(), owner.Get() == shared.Get() ? 2 : 1);
+  }
+  owners.clear();
   EXPECT_EQ(deaths, kObjects - 1);
   shared = nullptr;
   EXPECT_EQ(deaths, kObjects);
-}
-
-TEST(NewFailedHandlerTest, ThrowsMemoryException) {
-  EXPECT_THROW(NewFailedHandler(16), MemoryException);
-  EXPECT_THROW(NewFailedNewHandler(), std::bad_alloc);
 }
 
 }  // namespace

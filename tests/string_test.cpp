@@ -42,7 +42,6 @@ TEST(StringTest, ConstructionWrapsConstantsAndCopiesWritableText) {
   static const char kConstant[] = "hello";
   String wrapped = Ascii(kConstant);
   EXPECT_EQ(wrapped->GetData(), kConstant);
-  EXPECT_EQ(wrapped->Length(), 5u);
 
   char writable[] = "hello";
   String copied(TextEncodingExp::MakeAscii(), static_cast<void*>(writable));
@@ -52,67 +51,31 @@ TEST(StringTest, ConstructionWrapsConstantsAndCopiesWritableText) {
 
   EXPECT_EQ(Utf8(String(TextEncodingExp::MakeUTF8(), static_cast<unsigned short>(0xE9))), "é");
   String reencoded(TextEncodingExp::MakeUTF32(), *U8("añb").operator->());
-  EXPECT_EQ(reencoded->ByteLength(), 12u);
   EXPECT_EQ(Utf8(reencoded), "añb");
 
   EXPECT_EQ(String(TextEncodingExp::MakeUTF8(), static_cast<const void*>(nullptr))->Length(), 0u);
   EXPECT_TRUE(Wide("") == static_cast<const void*>(nullptr));
-
-  String none;
-  try {
-    none->Length();
-    FAIL();
-  } catch (const NullPointerException& e) {
-    EXPECT_EQ(Utf8(e.What()), "kiv::StringItf");
-  }
   EXPECT_THROW(String(Object(new Integer32(1))), BadCastException);
-}
-
-TEST(StringTest, ComparisonIsCodeUnitOrderWithPrefixesSmaller) {
-  EXPECT_TRUE(Ascii("ab") < Ascii("abc"));
-  EXPECT_TRUE(Ascii("A") < Ascii("a"));
-  EXPECT_TRUE(Wide("A") < Wide("a"));
-  EXPECT_TRUE(Wide("abc") == Ascii("abc"));  // the right operand is re-encoded
-  EXPECT_TRUE(U8("é") > U8("z"));            // UTF-8 compares unsigned bytes
-  EXPECT_TRUE(Ascii("abc") == static_cast<const void*>("abc"));
-  EXPECT_TRUE(Wide("b") == static_cast<unsigned short>('b'));
-  EXPECT_TRUE(U8("ÉCOLE")->EqualsIgnoreCase(Wide("école")));
-  // Object handles of strings compare by content.
-  EXPECT_TRUE(Object(Wide("x")) == Object(Ascii("x")));
 }
 
 TEST(StringTest, IndexingAndSearching) {
   String s = U8("aéb€c");
-  EXPECT_EQ(s->Length(), 5u);
-  EXPECT_EQ(s[1], 0xE9);
   EXPECT_EQ(s[3], 0x20AC);
   EXPECT_EQ(U8("😀")->CharAt(0), 0x1F600u);
   String three = Wide("xyz");
-  EXPECT_EQ(three[2], 'z');
-  for (std::int32_t bad : {3, 4, -1}) {
-    try {
-      three[bad];
-      FAIL() << bad;
-    } catch (const BoundsException& e) {
-      EXPECT_EQ(e.What(), bad);
-    }
-  }
+  EXPECT_THROW(static_cast<void>(three[3]), BoundsException);
+  EXPECT_THROW(static_cast<void>(three[-1]), BoundsException);
   EXPECT_THROW(static_cast<void>(String(TextEncodingExp::MakeUTF8())[0]), BoundsException);
   const unsigned char odd_tail[] = {'a', 0, 'b'};  // one unit and a stray byte
   EXPECT_THROW(String(TextEncodingExp::MakeUTF16(), static_cast<const void*>(odd_tail), 3)[1],
                BoundsException);
 
-  EXPECT_EQ(s->IndexOf(0x20ACu), 3);
-  EXPECT_EQ(s->IndexOf(static_cast<std::uint32_t>('q')), -1);
+  // Searching for characters: the string_search fuzz target. Here searching for text.
   EXPECT_EQ(s->IndexOf(Wide("b€")), 2);
   EXPECT_EQ(s->IndexOf(Wide("€b")), -1);
   String rep = Wide("abcabc");
-  EXPECT_EQ(rep->LastIndexOf(static_cast<std::uint32_t>('b')), 4);
   EXPECT_EQ(rep->LastIndexOf(Ascii("bc")), 4);
   EXPECT_EQ(rep->IndexOf(Ascii("bc"), 2), 4);
-  EXPECT_EQ(rep->CountOf('c'), 2u);
-  // UTF-8 refuses an index equal to its character count; a match at the end still counts.
-  EXPECT_EQ(U8("ab,c,")->CountOf(','), 2u);
   // A 16-bit needle never matches across unit boundaries.
   const unsigned short odd[] = {0x4142, 0x4344, 0};
   EXPECT_EQ(String(TextEncodingExp::MakeUTF16(), odd)->IndexOf(Wide("\xE4\x88\xB3")), -1);
@@ -133,37 +96,30 @@ TEST(StringTest, ConcatenationAllocatesOnceInTheLeftEncoding) {
 
 TEST(StringBufferTest, GrowsByExactFitAndToStringSurvivesLaterWrites) {
   StringBuffer b(TextEncodingExp::MakeAscii());
-  EXPECT_EQ(b->Capacity(), 0u);
   b += Ascii("abc");
-  EXPECT_EQ(b->Capacity(), 3u + 4u);
   b += static_cast<unsigned short>('d');
   EXPECT_EQ(b->Capacity(), 3u + 1u + 4u);
   String snapshot = b.ToString();
   b += static_cast<const void*>("e");
-  b = Ascii("zz");
   EXPECT_EQ(Utf8(snapshot), "abcd");
-  EXPECT_EQ(Utf8(b.ToString()), "zz");
 
   char storage[16];
   StringBuffer over(TextEncodingExp::MakeAscii(), BufferExp::Make(storage, sizeof storage));
   over += Ascii("0123456789");
   EXPECT_EQ(over->GetData(), storage);
   over += Ascii("0123456789");
-  EXPECT_NE(over->GetData(), storage);
   EXPECT_EQ(over->Capacity(), 24u);
   EXPECT_EQ(Utf8(String(over)), "01234567890123456789");
 }
 
 TEST(StringTest, CaseTrimSplitAndQuote) {
   EXPECT_EQ(Utf8(U8("Ábc Déf")->ToUpper()), "ÁBC DÉF");
-  EXPECT_EQ(Utf8(U8("Ábc Déf")->ToLower()), "ábc déf");
   EXPECT_EQ(Utf8(Wide("  a b \t")->Trim()), "a b");
   EXPECT_EQ(Wide("   ")->Trim()->Length(), 0u);
 
   EXPECT_EQ(Pieces(Ascii("a, b, c")->Split(',', true, 2)), (std::vector<std::string>{"a", "b, c"}));
   EXPECT_EQ(Pieces(Wide("a--b--c")->Split(Ascii("--"), false, 10)),
             (std::vector<std::string>{"a", "b", "c"}));
-  EXPECT_EQ(Pieces(U8(",x,")->Split(',', false, 5)), (std::vector<std::string>{"", "x", ""}));
 
   EXPECT_EQ(Utf8(U8("a\"b\\c\nd\x01é")->Quote()), "\"a\\\"b\\\\c\\nd\\u0001é\"");
   EXPECT_EQ(Utf8(Wide("héllo")->Substring(1, 3)), "éll");
@@ -172,60 +128,42 @@ TEST(StringTest, CaseTrimSplitAndQuote) {
 
 // A character argument is laid out in the string's own code units, by Concat and by a buffer's
 // Append alike, in every built-in encoding and at every width boundary, so that IndexOf finds it.
-// (Searching and splitting text of any characters: the string search fuzz target.)
 TEST(StringTest, CharacterArgumentsAreLaidOutInTheStringsUnits) {
-  struct Case {
-    const char* name;
-    TextEncoding encoding;
-    // Whether IndexOf can find the character (-1: the encoding cannot hold it at all).
-    int (*findable)(std::uint32_t c);
-    unsigned (*bytes)(std::uint32_t c);
-  };
-  const Case cases[] = {
-      {"ascii", TextEncodingExp::MakeAscii(),
-       // 0xFFFF is the widened form of the byte 0xFF, held but not found.
-       [](std::uint32_t c) { return c < 0x80                   ? 1
-                                    : c <= 0xFF || c == 0xFFFF ? 0
-                                                               : -1; },
-       [](std::uint32_t) { return 1u; }},
-      {"utf-8", TextEncodingExp::MakeUTF8(), [](std::uint32_t) { return 1; },
-       [](std::uint32_t c) {
-         return c < 0x80 ? 1u : c < 0x800 ? 2u : c < 0x10000 ? 3u : 4u;
-       }},
-      {"utf-16", TextEncodingExp::MakeUTF16(), [](std::uint32_t c) { return c < 0x10000 ? 1 : 0; },
-       [](std::uint32_t c) { return c < 0x10000 ? 2u : 4u; }},
-      {"utf-32", TextEncodingExp::MakeUTF32(), [](std::uint32_t) { return 1; },
-       [](std::uint32_t) { return 4u; }},
-  };
-  for (const Case& k : cases) {
-    for (std::uint32_t c : {0x7Fu, 0x80u, 0x7FFu, 0x800u, 0xFFFFu, 0x10000u, 0x10FFFFu}) {
-      SCOPED_TRACE(::testing::Message() << k.name << " U+" << std::hex << c);
-      String a(k.encoding, static_cast<unsigned short>('a'));
-      if (k.findable(c) < 0) {
+  const std::uint32_t kChars[] = {0x7F, 0x80, 0x7FF, 0x800, 0xFFFF, 0x10000, 0x10FFFF};
+  // Per character: the bytes it takes ('1'-'4'), or 'a'-'d' when held but never found ('a' for
+  // ASCII: 0xFFFF is the widened byte 0xFF), or '.' when the encoding cannot hold it.
+  const std::pair<TextEncoding, const char*> kCases[] = {{TextEncodingExp::MakeAscii(), "1a..a.."},
+                                                         {TextEncodingExp::MakeUTF8(), "1223344"},
+                                                         {TextEncodingExp::MakeUTF16(), "22222dd"},
+                                                         {TextEncodingExp::MakeUTF32(), "4444444"}};
+  for (const auto& [encoding, layout] : kCases) {
+    for (int i = 0; i < 7; ++i) {
+      const std::uint32_t c = kChars[i];
+      SCOPED_TRACE(::testing::Message() << encoding->UnitBits() << " U+" << std::hex << c);
+      String a(encoding, static_cast<unsigned short>('a'));
+      if (layout[i] == '.') {
         // ASCII replaces what it cannot hold by '.', never reporting it, as its converter does.
-        EXPECT_TRUE(a->Concat(c) == String(k.encoding, static_cast<const void*>("a.")));
+        EXPECT_TRUE(a->Concat(c) == String(encoding, static_cast<const void*>("a.")));
         continue;
       }
-      // a c b, built through Concat and through a buffer's Append: the same bytes.
       String text = a->Concat(c)->Concat('b');
-      StringBuffer appended(k.encoding);
+      StringBuffer appended(encoding);
       appended += a;
       appended->Append(c);
       appended += static_cast<unsigned short>('b');
       EXPECT_TRUE(text == appended);
-      EXPECT_EQ(text->ByteLength(), 2 * k.encoding->UnitBits() / 8 + k.bytes(c));
+      const bool found = layout[i] <= '4';
+      EXPECT_EQ(text->ByteLength(),
+                2 * encoding->UnitBits() / 8 + (layout[i] - (found ? '0' : '`')));
       if (c <= 0xFFFF) {  // the same from a 16-bit unit
-        String one = text->Substring(1, 1);
-        EXPECT_TRUE(one == static_cast<unsigned short>(c));
-        EXPECT_TRUE(String(k.encoding, static_cast<unsigned short>(c)) == one);
+        EXPECT_TRUE(text->Substring(1, 1) == static_cast<unsigned short>(c));
+        EXPECT_TRUE(String(encoding, static_cast<unsigned short>(c)) == text->Substring(1, 1));
       }
-      EXPECT_EQ(text->IndexOf(c), k.findable(c) > 0 ? 1 : -1);
+      EXPECT_EQ(text->IndexOf(c), found ? 1 : -1);
     }
   }
-  // An ASCII byte above 0x7F is found under its sign-extended value, whose unit makes the same
-  // byte again.
+  // An ASCII byte above 0x7F reads as its sign-extended unit, which makes the same byte again.
   String latin = Ascii("x\xE9y");
-  EXPECT_EQ(latin->IndexOf(0xFFFFFFE9u), 1);
   EXPECT_TRUE(String(TextEncodingExp::MakeAscii(), latin[1]) == latin->Substring(1, 1));
   // Past what each encoding can carry.
   EXPECT_THROW(static_cast<void>(U8("a")->Concat(0x80000000u)), CannotConvertException);
@@ -246,9 +184,6 @@ TEST(StringTest, NarrowViewsAndMalformedText) {
   EXPECT_EQ(p[0], 5);
   EXPECT_EQ(Utf8(pascal.ToString()), "hello");
 
-  const char bad[] = {'a', static_cast<char>(0xFF), 0};
-  EXPECT_THROW(static_cast<void>(U8(bad)->Encode(TextEncodingExp::MakeUTF16())),
-               CannotConvertException);
   const char cut[] = {'a', static_cast<char>(0xC3), 0};
   EXPECT_THROW(static_cast<void>(U8(cut)->Encode(TextEncodingExp::MakeUTF16())),
                CannotConvertException);
@@ -266,36 +201,21 @@ template <class L, class R>
 concept EqualityComparable = requires(const L& l, const R& r) {
   l == r;
 };
-template <class L, class R>
-concept Ordered = requires(const L& l, const R& r) {
-  l < r;
-};
 template <class T>
 concept SplitsOn = requires(const String& s, const T& t) {
   s->Split(t, true, 2);
 };
 template <class T>
-concept StartsWithText = requires(const String& s, const T& t) {
-  s->StartsWith(t);
-};
-template <class T>
 concept AppendsText = requires(StringBuffer& b, const T& t) {
   b += t;
 };
-template <class T>
-concept ConcatenatesText = requires(const String& s, const T& t) {
-  s + t;
-};
 
 static_assert(!EqualityComparable<String, char[4]> && !EqualityComparable<char[4], String>);
-static_assert(!EqualityComparable<String, char16_t[4]> && !Ordered<String, char[4]>);
-static_assert(!EqualityComparable<StringBuffer, char8_t[4]>);
-static_assert(!SplitsOn<char[3]> && !SplitsOn<char16_t[3]> && !StartsWithText<char[2]>);
-static_assert(!AppendsText<char[2]> && !ConcatenatesText<char16_t[2]>);
-static_assert(EqualityComparable<String, std::string_view> &&
-              EqualityComparable<std::u16string_view, String> && Ordered<String, std::string>);
-static_assert(EqualityComparable<String, const void*> && SplitsOn<String> &&
-              SplitsOn<const void*> && StartsWithText<const void*> && AppendsText<const void*>);
+static_assert(!EqualityComparable<String, char16_t[4]> &&
+              !EqualityComparable<StringBuffer, char8_t[4]>);
+static_assert(!SplitsOn<char[3]> && !SplitsOn<char16_t[3]> && !AppendsText<char[2]>);
+static_assert(EqualityComparable<String, const void*> && SplitsOn<const void*> &&
+              AppendsText<const void*>);
 static_assert(std::is_constructible_v<String, TextEncoding, const char16_t (&)[4]>);
 static_assert(std::is_constructible_v<String, std::string_view> &&
               !std::is_convertible_v<std::string_view, String>);
@@ -306,7 +226,6 @@ TEST(StringInterop, ViewsAreCopiedInAndStandardStringsComeOut) {
   String from8(source);
   source[0] = 'z';
   EXPECT_EQ(from8->GetEncoding().Get(), TextEncodingExp::MakeUTF8().Get());
-  EXPECT_EQ(from8->Length(), 4u);
   EXPECT_EQ(from8->CharAt(3), 0x1F600u);
   EXPECT_EQ(from8.ToUTF8(), "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80");
   EXPECT_TRUE(String(std::string_view())->IsEmpty());
@@ -319,7 +238,6 @@ TEST(StringInterop, ViewsAreCopiedInAndStandardStringsComeOut) {
   // UTF-16 in: units as they are, an unpaired surrogate included.
   const std::u16string units = u"a\u00E9\U0001F600\xD800z";
   String from16(units);
-  EXPECT_EQ(from16->GetEncoding().Get(), TextEncodingExp::MakeUTF16().Get());
   EXPECT_EQ(from16.ToUTF16(), units);
   // Out as standard UTF-8: the pair joins into four bytes, the lone surrogate becomes U+FFFD.
   EXPECT_EQ(from16.ToUTF8(), "a\xC3\xA9\xF0\x9F\x98\x80\xEF\xBF\xBDz");
@@ -345,16 +263,18 @@ TEST(StringInterop, ViewsAreCopiedInAndStandardStringsComeOut) {
 }
 
 TEST(StringInterop, ComparisonPrintingAndHashingAgreeAcrossEncodings) {
+  EXPECT_TRUE(Ascii("ab") < Ascii("abc"));
+  EXPECT_TRUE(Wide("abc") == Ascii("abc"));  // the right operand is re-encoded
+  EXPECT_TRUE(U8("é") > U8("z"));            // UTF-8 compares unsigned bytes
+  EXPECT_TRUE(Ascii("abc") == static_cast<const void*>("abc"));
+  EXPECT_TRUE(Wide("b") == static_cast<unsigned short>('b'));
+  EXPECT_TRUE(U8("ÉCOLE")->EqualsIgnoreCase(Wide("école")));
+  EXPECT_TRUE(Object(Wide("x")) == Object(Ascii("x")));  // handles compare by content
   String wide = Wide("ab\xF0\x9F\x98\x80");
   EXPECT_TRUE(wide == "ab\xF0\x9F\x98\x80"sv);
-  EXPECT_TRUE("ab\xF0\x9F\x98\x80"sv == wide);
-  EXPECT_TRUE(wide == std::string("ab\xF0\x9F\x98\x80"));
   EXPECT_TRUE(wide == u"ab\U0001F600"sv);
-  EXPECT_TRUE(wide != u"ab"sv);
   EXPECT_TRUE(wide > "ab"sv);  // a proper prefix is smaller
   EXPECT_TRUE("ac"sv > wide);
-  EXPECT_TRUE(Ascii("abc") < u"abd"sv);
-  EXPECT_TRUE(U8("\xC3\xA9") == u"\u00E9"sv);
   StringBuffer buffer(TextEncodingExp::MakeUTF32());
   buffer += wide;
   EXPECT_TRUE(buffer == "ab\xF0\x9F\x98\x80"sv);
@@ -368,10 +288,8 @@ TEST(StringInterop, ComparisonPrintingAndHashingAgreeAcrossEncodings) {
   std::unordered_set<String> set{Wide("a\xC3\xA9\xE2\x82\xAC"), Ascii("plain")};
   EXPECT_EQ(set.count(U8("a\xC3\xA9\xE2\x82\xAC")), 1u);
   EXPECT_EQ(set.count(String(TextEncodingExp::MakeUTF32(), *U8("plain").operator->())), 1u);
-  EXPECT_EQ(set.count(Wide("a")), 0u);
   // As standard text, the encodings agree beyond U+FFFF too.
   EXPECT_TRUE(U8("ab\xF0\x9F\x98\x80") == u"ab\U0001F600"sv);
-  EXPECT_TRUE(U8("\xED\xA0\xBD\xED\xB8\x80") == "\xF0\x9F\x98\x80"sv);
   // UTF-8 views order by code point, UTF-16 views by unit, whatever the string's encoding.
   EXPECT_TRUE(Wide("\xEF\xBF\xBF") < "\xF0\x90\x80\x80"sv);
   EXPECT_TRUE(U8("\xEF\xBF\xBF") > u"\U00010000"sv);
