@@ -70,6 +70,15 @@ std::uint32_t ChunkedSyncInStreamImpl::ParseSize(const unsigned char* text,
   return negative ? 0u - magnitude : magnitude;
 }
 
+bool ChunkedSyncInStreamImpl::AcceptLine(const unsigned char* text, unsigned length) noexcept {
+  // Empty, a lone CR, or not ended by CR: not a size line.
+  if (length < 2 || text[length - 1] != 13) return false;
+  size_ = ParseSize(text, length - 1);
+  consumed_ = 0;
+  if (size_ == 0) end_ = true;  // the last chunk; its trailer stays in the wrapped stream
+  return true;
+}
+
 bool ChunkedSyncInStreamImpl::TakeLineByte(unsigned char byte) noexcept {
   if (byte != 10) {
     line_[line_length_++] = byte;
@@ -80,31 +89,101 @@ bool ChunkedSyncInStreamImpl::TakeLineByte(unsigned char byte) noexcept {
   }
   const unsigned length = line_length_;
   line_length_ = 0;
-  // Empty, a lone CR, or not ended by CR: not a size line.
-  if (length < 2 || line_[length - 1] != 13) return false;
-  size_ = ParseSize(line_, length - 1);
-  consumed_ = 0;
-  if (size_ == 0) end_ = true;  // the last chunk; its trailer stays in the wrapped stream
-  return true;
+  return AcceptLine(line_, length);
 }
 
-const unsigned char* ChunkedSyncInStreamImpl::Window(unsigned& available) noexcept {
-  available = 0;
-  return buffered_ != nullptr ? buffered_->Unread(available) : nullptr;
+void ChunkedSyncInStreamImpl::AppendToLine(const unsigned char* bytes, unsigned count) noexcept {
+  // As TakeLineByte byte by byte: each time the buffer fills it starts again, so what stays is
+  // the old line and the bytes when they fit, else the bytes after the last restart.
+  const unsigned total = line_length_ + count;
+  if (total < kLineSize) {
+    std::memcpy(line_ + line_length_, bytes, count);
+    line_length_ = total;
+    return;
+  }
+  line_length_ = total % kLineSize;
+  std::memcpy(line_, bytes + count - line_length_, line_length_);
 }
 
-bool ChunkedSyncInStreamImpl::ReadSizeLine(SyncInputStreamItf& in, std::int64_t timeout) {
+// The unread bytes of the buffered stream under the decoder (none for another stream), taken
+// where they lie. What is taken is marked consumed before the stream is read in any other way, and
+// when the decoder's read ends, so the stream always stands where reading byte by byte would have
+// left it.
+class ChunkedSyncInStreamImpl::Window {
+ public:
+  explicit Window(BufferedSyncInStream* stream) noexcept : stream_(stream) { Fetch(); }
+  ~Window() { Commit(); }
+  Window(const Window&) = delete;
+  Window& operator=(const Window&) = delete;
+
+  bool Empty() const noexcept { return used_ == available_; }
+  unsigned Left() const noexcept { return available_ - used_; }
+  unsigned char Take() noexcept { return bytes_[used_++]; }
+  // Takes `count` bytes (no more than are left) and returns where they start.
+  const unsigned char* Take(unsigned count) noexcept {
+    const unsigned char* at = bytes_ + used_;
+    used_ += count;
+    return at;
+  }
+  // Copies as many bytes as are there, up to `count`, as the stream's own Read would serve them.
+  unsigned Copy(void* dst, unsigned count) noexcept {
+    const unsigned n = std::min(count, available_ - used_);
+    std::memcpy(dst, bytes_ + used_, n);
+    used_ += n;
+    return n;
+  }
+  // Before the stream is read directly: what was taken is consumed, and the window is empty
+  // until Fetch looks again.
+  void Commit() noexcept {
+    if (used_ > 0) stream_->Skip(used_);
+    available_ = used_ = 0;
+  }
+  void Fetch() noexcept {
+    used_ = 0;
+    available_ = 0;
+    if (stream_ != nullptr) bytes_ = stream_->Unread(available_);
+  }
+
+ private:
+  BufferedSyncInStream* stream_;
+  const unsigned char* bytes_ = nullptr;
+  unsigned available_ = 0;
+  unsigned used_ = 0;
+};
+
+std::int32_t ChunkedSyncInStreamImpl::NextByte(SyncInputStreamItf& in, std::int64_t timeout,
+                                               Window& window) {
+  if (!window.Empty()) return window.Take();
+  window.Commit();
+  const std::int32_t byte = in.Read(timeout);
+  window.Fetch();
+  return byte;
+}
+
+bool ChunkedSyncInStreamImpl::ReadSizeLine(SyncInputStreamItf& in, std::int64_t timeout,
+                                           Window& window) {
   for (;;) {
-    // The buffered bytes first, scanned where they lie; only what the line takes is consumed.
-    unsigned available;
-    const unsigned char* window = Window(available);
-    unsigned used = 0;
-    bool accepted = false;
-    while (used < available && !accepted) accepted = TakeLineByte(window[used++]);
-    if (used > 0) buffered_->Skip(used);
-    if (accepted) return true;
-    // One byte from the wrapped stream (for a buffered stream, the read that refills it).
-    const std::int32_t byte = in.Read(timeout);
+    // The buffered bytes are scanned where they lie, a line at a time; a line found whole is
+    // read in place. Only what the line takes is consumed.
+    while (!window.Empty()) {
+      const unsigned left = window.Left();
+      const unsigned char* bytes = window.Take(0);
+      unsigned n = 0;
+      while (n < left && bytes[n] != 10) ++n;
+      if (n == left) {  // no line feed: all of it belongs to the line, then the stream is read
+        AppendToLine(bytes, left);
+        window.Take(left);
+        break;
+      }
+      window.Take(n + 1);
+      if (line_length_ == 0 && n < kLineSize) {
+        if (AcceptLine(bytes, n)) return true;
+      } else {
+        AppendToLine(bytes, n);
+        if (TakeLineByte(10)) return true;
+      }
+    }
+    const std::int32_t byte = NextByte(in, timeout, window);
     if (byte < 0) {
       end_ = true;
       line_length_ = 0;
@@ -114,24 +193,13 @@ bool ChunkedSyncInStreamImpl::ReadSizeLine(SyncInputStreamItf& in, std::int64_t 
   }
 }
 
-void ChunkedSyncInStreamImpl::ReadChunkEnd(SyncInputStreamItf& in, std::int64_t timeout) {
-  unsigned available;
-  const unsigned char* window = Window(available);
-  unsigned used = 0;
+void ChunkedSyncInStreamImpl::ReadChunkEnd(SyncInputStreamItf& in, std::int64_t timeout,
+                                           Window& window) {
   while (chunk_end_left_ > 0) {
-    std::int32_t byte;
-    if (used < available) {
-      byte = window[used++];
-    } else {
-      // What was taken from the buffer is consumed before the stream reads (and refills) again.
-      if (used > 0) buffered_->Skip(used);
-      used = available = 0;
-      byte = in.Read(timeout);
-    }
+    const std::int32_t byte = NextByte(in, timeout, window);
     if (byte != (chunk_end_left_ == 2 ? 13 : 10)) chunk_end_bad_ = true;
     --chunk_end_left_;
   }
-  if (used > 0) buffered_->Skip(used);
   if (chunk_end_bad_) end_ = true;
 }
 
@@ -139,26 +207,23 @@ unsigned ChunkedSyncInStreamImpl::Read(void* dst, unsigned count, std::int64_t t
   // A read of nothing says nothing about the data, so it must not end the stream.
   if (end_ || count == 0) return 0;
   SyncInputStreamItf& in = Wrapped().GetObjRef();
+  Window window(buffered_);
   if (chunk_end_left_ > 0) {
-    ReadChunkEnd(in, timeout);
+    ReadChunkEnd(in, timeout, window);
     if (end_) return 0;
   }
-  if (consumed_ == size_ && !ReadSizeLine(in, timeout)) return 0;
+  if (consumed_ == size_ && !ReadSizeLine(in, timeout, window)) return 0;
   if (end_) return 0;
   // KEPT: unless capped, a read is not cut at the rest of the chunk: a caller asking for more
   // receives the framing bytes that follow as data.
   if (capped_) count = std::min(count, size_ - consumed_);
-  // From the buffered stream's buffer when it holds bytes, as that stream's own Read would serve
-  // them: as many as are there, up to `count`.
-  unsigned available;
-  const unsigned char* window = Window(available);
   unsigned got;
-  if (available > 0) {
-    got = std::min(count, available);
-    std::memcpy(dst, window, got);
-    buffered_->Skip(got);
+  if (!window.Empty()) {
+    got = window.Copy(dst, count);
   } else {
+    window.Commit();
     got = in.Read(dst, count, timeout);
+    window.Fetch();
   }
   if (got == 0) {
     end_ = true;
@@ -170,7 +235,7 @@ unsigned ChunkedSyncInStreamImpl::Read(void* dst, unsigned count, std::int64_t t
     chunk_end_left_ = 2;
     chunk_end_bad_ = false;
     try {
-      ReadChunkEnd(in, timeout);
+      ReadChunkEnd(in, timeout, window);
     } catch (const Exception&) {
       // The data is the caller's already; the next read picks up the CR LF where this stopped.
     }

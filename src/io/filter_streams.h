@@ -103,18 +103,24 @@ class ChunkedSyncInStreamImpl : public SyncInputStreamWrapper {
   static std::uint32_t ParseSize(const unsigned char* text, unsigned length) noexcept;
 
  private:
+  class Window;
   // Reads size lines until one is accepted (true) or the wrapped stream ends (false, end set).
-  bool ReadSizeLine(SyncInputStreamItf& in, std::int64_t timeout);
+  bool ReadSizeLine(SyncInputStreamItf& in, std::int64_t timeout, Window& window);
   // Reads what is left of the chunk's closing CR LF; a wrong byte or the end of data ends the
   // stream.
-  void ReadChunkEnd(SyncInputStreamItf& in, std::int64_t timeout);
+  void ReadChunkEnd(SyncInputStreamItf& in, std::int64_t timeout, Window& window);
   // Adds one byte to the size line; true when it ended a line that was accepted as a size line.
   bool TakeLineByte(unsigned char byte) noexcept;
-  // The unread bytes of the buffered stream under this one (none when it is another stream).
-  const unsigned char* Window(unsigned& available) noexcept;
+  // Adds bytes without a line feed to the size line, as TakeLineByte would one by one.
+  void AppendToLine(const unsigned char* bytes, unsigned count) noexcept;
+  // A whole line of `length` bytes without its line feed: accepted as a size line (true) or not.
+  bool AcceptLine(const unsigned char* text, unsigned length) noexcept;
+  // The next framing byte, from the window or else from the wrapped stream; -1 at its end.
+  std::int32_t NextByte(SyncInputStreamItf& in, std::int64_t timeout, Window& window);
 
   // The wrapped stream when it is the library's buffered stream: framing bytes are then taken
-  // from its buffer directly, the same bytes that reading them one by one would consume.
+  // from its buffer directly (through a Window), the same bytes that reading them one by one
+  // would consume.
   BufferedSyncInStream* buffered_;
   std::uint32_t size_ = 0;
   std::uint32_t consumed_ = 0;
