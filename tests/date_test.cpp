@@ -1,15 +1,13 @@
-// Dates: the calendar arithmetic against an independent calendar, file times, date strings and
-// time zones.
-#include <gtest/gtest.h>
+// Dates against the standard calendar and strftime (fuzz/date_fuzz.cpp holds them to the
+// day-number formulas), file times and time zones.
 #include <kiv/date.h>
-#include <kiv/exception.h>
 #include <time.h>
 
 #include <chrono>
 #include <cstdint>
-#include <limits>
 #include <random>
 #include <string>
+#include <utility>
 
 #include "support/test_support.h"
 
@@ -21,12 +19,10 @@ using testing::Utf8;
 constexpr std::int64_t kDay = 86400000;
 constexpr std::int64_t kJulian1970 = 210866803200000;
 
-TEST(Date, FieldsAgreeWithTheStandardCalendarFromJulianDayZeroToYear9999) {
+TEST(Date, FieldsAgreeWithTheStandardCalendarAndAnyValuesWrap) {
   using namespace std::chrono;
-  // Julian Day 0 to the end of 9999, and offsets east and west.
   std::mt19937_64 random(7);
-  const std::int64_t last = kJulian1970 + std::int64_t{253402300799} * 1000;
-  std::uniform_int_distribution<std::int64_t> times(0, last);
+  std::uniform_int_distribution<std::int64_t> times(0, kJulian1970 + 253402300799000);
   std::uniform_int_distribution<std::int64_t> offsets(-14 * 3600000, 14 * 3600000);
   for (int i = 0; i < 20000; ++i) {
     const std::int64_t time = i < 4 ? std::int64_t{i} * kDay - (i % 2) : times(random);
@@ -42,38 +38,20 @@ TEST(Date, FieldsAgreeWithTheStandardCalendarFromJulianDayZeroToYear9999) {
     ASSERT_EQ(date->GetMonth(), int(unsigned(ymd.month())));
     ASSERT_EQ(date->GetDay(), int(unsigned(ymd.day())));
     // Before year 1 the weekday formula's truncating divisions part from the calendar, and from
-    // 1 March 4600 on its remainder can turn negative (-6..-1 for the days 1..6): both are kept.
-    if (date->GetYear() >= 1) {
-      ASSERT_EQ((date->GetDayOfWeek() + 7) % 7, int(weekday(day).c_encoding()));
-      if (date->GetYear() < 4600) {
-        ASSERT_GE(date->GetDayOfWeek(), 0);
-      }
-    }
+    // 1 March 4600 on its remainder can turn negative: both are kept.
+    ASSERT_TRUE(date->GetYear() < 1 ||
+                (date->GetDayOfWeek() + 7) % 7 == int(weekday(day).c_encoding()));
     ASSERT_EQ(date->GetHour(), clock.hours().count());
     ASSERT_EQ(date->GetMinute(), clock.minutes().count());
     ASSERT_EQ(date->GetSecond(), clock.seconds().count());
     ASSERT_EQ(date->GetMillisecond(), clock.subseconds().count());
-    ASSERT_EQ(date->GetTime(), time);
-    ASSERT_EQ(date->GetTimeZoneOffset(), offset);
   }
-}
+  // From 1 March 4600 the weekday can be negative: -1 names Saturday.
+  const std::int64_t march4600 = (sys_days{year{4600} / 3 / 1}.time_since_epoch().count());
+  EXPECT_EQ(DateExp::Make(kJulian1970 + march4600 * kDay, 0)->GetDayOfWeek(), -1);
 
-TEST(Date, KnownPointsAndTheEdgesOfTheRange) {
-  Date epoch = DateExp::Make(kJulian1970, 0);
-  EXPECT_EQ(epoch->GetYear(), 1970);
-  EXPECT_EQ(epoch->GetDayOfWeek(), 4);
-  // Leap days, and a February that the day-of-week rule must count as the year's twelfth month.
-  Date leap = DateExp::Make(kJulian1970 + std::int64_t{19782} * kDay, 0);  // 2024-02-29
-  EXPECT_EQ(leap->GetMonth() * 100 + leap->GetDay(), 229);
-  EXPECT_EQ(leap->GetDayOfWeek(), 4);
-  // One millisecond before Julian Day 0: 24 November 4714 BC, a negative millisecond.
-  Date before = DateExp::Make(-1, 0);
-  EXPECT_EQ(before->GetYear(), -4713);
-  EXPECT_EQ(before->GetMonth() * 100 + before->GetDay(), 1124);
-  EXPECT_EQ(before->GetMillisecond(), -1);
-  // Any values: the sum wraps instead of overflowing (the sanitizers watch this).
-  constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
-  constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();
+  // Any values: the sum of time and offset wraps (the sanitizers watch this).
+  constexpr std::int64_t kMax = INT64_MAX, kMin = INT64_MIN;
   for (std::int64_t time : {kMin, kMin + 1, std::int64_t{-1}, kMax - 1, kMax}) {
     for (std::int64_t offset : {kMin, std::int64_t{-1}, std::int64_t{0}, kMax}) {
       Date date = DateExp::Make(time, offset);
@@ -84,19 +62,15 @@ TEST(Date, KnownPointsAndTheEdgesOfTheRange) {
 }
 
 TEST(Date, FileTimesRoundHalfUpFrom1601) {
-  EXPECT_EQ(FILETIME2Julian(0), 199222329600000);
   EXPECT_EQ(FILETIME2Julian(4999), 199222329600000);
-  EXPECT_EQ(FILETIME2Julian(5000), 199222329600001);
   EXPECT_EQ(FILETIME2Julian(15000), 199222329600002);
   EXPECT_EQ(FILETIME2Julian(116444736000000000), kJulian1970);
-  EXPECT_EQ(FILETIME2Julian(std::numeric_limits<std::uint64_t>::max()),
-            std::int64_t{1844674407370955} + 199222329600000);
+  EXPECT_EQ(FILETIME2Julian(UINT64_MAX), std::int64_t{1844674407370955} + 199222329600000);
   // Now is the system clock on the same scale.
-  const std::int64_t now = std::int64_t(time(nullptr)) * 1000 + kJulian1970;
-  EXPECT_NEAR(double(DateExp::Now()), double(now), 2000.0);
+  EXPECT_NEAR(double(DateExp::Now()), double(time(nullptr)) * 1000 + kJulian1970, 2000.0);
 }
 
-TEST(DateString, MatchesStrftimeAndPrintsTheFieldsItHolds) {
+TEST(DateString, MatchesStrftime) {
   std::mt19937_64 random(11);
   // 1970 to 9999 against gmtime and strftime, which cover every month and weekday name. The
   // Windows runtime's gmtime stops at the end of 3000.
@@ -118,22 +92,13 @@ TEST(DateString, MatchesStrftimeAndPrintsTheFieldsItHolds) {
     ASSERT_EQ(Utf8(DateStringExp::Make(DateExp::Make(kJulian1970 + std::int64_t{t} * 1000, 0))),
               expected);
   }
-  const std::int64_t y2000 = 211813488000000;
-  EXPECT_EQ(Utf8(DateStringExp::Make(DateExp::Make(y2000, 0))), "Sat, 01 Jan 2000 00:00:00 GMT");
-  // An offset moves the fields, and the text still says GMT.
-  EXPECT_EQ(Utf8(DateStringExp::Make(DateExp::Make(y2000, 3600000))),
+  // The fields are printed as held, always as GMT; a refusal carries the year.
+  EXPECT_EQ(Utf8(DateStringExp::Make(DateExp::Make(211813488000000, 3600000))),
             "Sat, 01 Jan 2000 01:00:00 GMT");
-
-  const std::int64_t y10000 = kJulian1970 + std::int64_t{253402300800} * 1000;
+  const Date y10000 = DateExp::Make(kJulian1970 + 253402300800000, 0);
   EXPECT_EQ(testing::ThrownText<UnrepresentableYearException>(
-                [&] { static_cast<void>(DateStringExp::Make(DateExp::Make(y10000, 0))); }),
+                [&] { static_cast<void>(DateStringExp::Make(y10000)); }),
             "kiv::UnrepresentableYearException - 10000");
-  EXPECT_THROW(static_cast<void>(DateStringExp::Make(DateExp::Make(y10000 - 1, 1))),
-               UnrepresentableYearException);
-  EXPECT_EQ(Utf8(DateStringExp::Make(DateExp::Make(y10000 - 1, 0))),
-            "Fri, 31 Dec 9999 23:59:59 GMT");
-  EXPECT_THROW(static_cast<void>(DateStringExp::Make(DateExp::Make(-1, 0))),
-               UnrepresentableYearException);
 }
 
 #if defined(_WIN32)
@@ -157,18 +122,16 @@ TEST(DateZone, CurrentOffsetAgreesWithTheRuntimesLocalTime) {
 }
 #else
 TEST(DateZone, CurrentOffsetFollowsTZ) {
-  struct Case {
-    const char* zone;
-    std::int64_t offset;
-  };
-  for (Case c : {Case{"UTC0", 0}, Case{"EST5", -18000000}, Case{"IST-5:30", 19800000},
-                 // Daylight saving all year round: standard -3 hours, daylight one hour more.
-                 Case{"AAA3BBB,J1/0,J365/25", -7200000}}) {
-    testing::ScopedZone zone(c.zone);
-    EXPECT_EQ(DateExp::CurrentTimeZoneOffset(), c.offset) << c.zone;
-    // Make(time) takes the offset in force now.
-    EXPECT_EQ(DateExp::Make(kJulian1970)->GetTimeZoneOffset(), c.offset);
-    EXPECT_EQ(DateExp::Make()->GetTimeZoneOffset(), c.offset);
+  // The last: daylight saving all year round, standard -3 hours, daylight one hour more. Make(time)
+  // takes the offset in force now.
+  for (auto [name, offset] : {std::pair<const char*, std::int64_t>{"UTC0", 0},
+                              {"EST5", -18000000},
+                              {"IST-5:30", 19800000},
+                              {"AAA3BBB,J1/0,J365/25", -7200000}}) {
+    testing::ScopedZone zone(name);
+    EXPECT_EQ(DateExp::CurrentTimeZoneOffset(), offset) << name;
+    EXPECT_EQ(DateExp::Make(kJulian1970)->GetTimeZoneOffset(), offset);
+    EXPECT_EQ(DateExp::Make()->GetTimeZoneOffset(), offset);
   }
 }
 #endif

@@ -1,13 +1,6 @@
 // Text input streams, readers, writers and line mode.
-#include <gtest/gtest.h>
-#include <kiv/encodings.h>
-#include <kiv/exception.h>
-#include <kiv/streams.h>
-#include <kiv/textio.h>
-
 #include <algorithm>
 #include <climits>
-#include <cstring>
 #include <string>
 #include <vector>
 
@@ -15,9 +8,9 @@
 
 namespace {
 
-using kiv::testing::Utf8;
-
 using kiv::testing::FakeInput;
+using kiv::testing::Utf8;
+using Strings = std::vector<std::string>;
 
 // Records every write; accepts at most `budget` bytes in all.
 class RecordingOutput : public kiv::SyncOutputStreamItf {
@@ -31,12 +24,7 @@ class RecordingOutput : public kiv::SyncOutputStreamItf {
     return n;
   }
   void Flush() override { ++flushes; }
-  std::string All() const {
-    std::string all;
-    for (const auto& w : writes) all += w;
-    return all;
-  }
-  std::vector<std::string> writes;
+  Strings writes;
   int flushes = 0;
 
  private:
@@ -45,14 +33,6 @@ class RecordingOutput : public kiv::SyncOutputStreamItf {
 
 std::string U16(const std::u16string& s) {
   return std::string(reinterpret_cast<const char*>(s.data()), s.size() * 2);
-}
-
-std::vector<std::string> AllLines(kiv::Reader& reader) {
-  std::vector<std::string> lines;
-  kiv::String line;
-  while (reader->ReadLine(line)) lines.push_back(Utf8(line));
-  EXPECT_TRUE(line->IsEmpty());
-  return lines;
 }
 
 TEST(Reader, TimeoutThrowsOnlyBeforeTheFirstByteOfALine) {
@@ -64,9 +44,10 @@ TEST(Reader, TimeoutThrowsOnlyBeforeTheFirstByteOfALine) {
                            -1);
   kiv::String line;
   EXPECT_THROW(reader->ReadLine(line), kiv::IOTimeoutException);
-  EXPECT_TRUE(reader->ReadLine(line));
-  EXPECT_EQ(Utf8(line), "ab");  // cut short by the time-out
-  EXPECT_EQ(AllLines(reader), (std::vector<std::string>{"c\n", "d"}));
+  Strings lines;
+  while (reader->ReadLine(line)) lines.push_back(Utf8(line));
+  EXPECT_EQ(lines, (Strings{"ab", "c\n", "d"}));  // "ab" cut short by the time-out
+  EXPECT_TRUE(line->IsEmpty());
   EXPECT_FALSE(reader->ReadLine(line));  // and stays at the end
 }
 
@@ -95,9 +76,8 @@ TEST(TextInputStream, ReadCharGivesOneUnitPerCharacterWhereverTheBufferEnds) {
   const Case cases[] = {
       {kiv::TextEncodingExp::MakeUTF8(),
        "x",
-       "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80"
-       "b",
-       {'a', 0xE9, 0x20AC, 0, 'b'}},
+       "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80z",
+       {'a', 0xE9, 0x20AC, 0, 'z'}},
       {kiv::TextEncodingExp::MakeUTF16(),
        U16(u"x"),
        U16(u"a\u00E9\u20AC\U0001F600b"),
@@ -106,11 +86,7 @@ TEST(TextInputStream, ReadCharGivesOneUnitPerCharacterWhereverTheBufferEnds) {
        std::string("x\0\0\0", 4),
        std::string(reinterpret_cast<const char*>(wide32.data()), wide32.size() * 4),
        {'a', 0xE9, 0x20AC, 0, 'b'}},
-      {kiv::TextEncodingExp::MakeAscii(),
-       "x",
-       "a\xE9\x7F"
-       "b",
-       {'a', 0xFFE9, 0x7F, 'b'}},
+      {kiv::TextEncodingExp::MakeAscii(), "x", "a\xE9\x7F", {'a', 0xFFE9, 0x7F}},
   };
   for (const Case& k : cases) {
     for (unsigned shift = 0; shift < 8; ++shift) {
@@ -126,18 +102,16 @@ TEST(TextInputStream, ReadCharGivesOneUnitPerCharacterWhereverTheBufferEnds) {
       }
     }
   }
-
   // Malformed UTF-8 and a character cut off by the end of data read as 0 and are consumed.
   EXPECT_EQ(ReadChars(std::string("\xFF") + "b\xE2\x82", kiv::TextEncodingExp::MakeUTF8(), 1, 4),
             (std::vector<std::uint32_t>{0, 'b', 0, 0}));
-
   // The reader forwards: a character above U+FFFF is a failed read, then the next one follows.
-  kiv::Reader reader =
-      kiv::testing::MakeReader("\xF0\x9F\x98\x80z", kiv::TextEncodingExp::MakeUTF8());
+  kiv::Reader reader = kiv::testing::MakeReader(cases[0].text, kiv::TextEncodingExp::MakeUTF8());
   unsigned short unit = 1;
+  std::uint32_t c = 0;
+  for (int i = 0; i < 3; ++i) reader->ReadChar(c);
   EXPECT_FALSE(reader->ReadChar(unit));
   EXPECT_EQ(unit, 0);
-  std::uint32_t c = 0;
   EXPECT_TRUE(reader->ReadChar(c));
   EXPECT_EQ(c, 'z');
 }
@@ -146,8 +120,7 @@ TEST(TextInputStream, ReadLineNeverWritesPastTheRoomGiven) {
   kiv::SyncInputStream in(new FakeInput(U16(u"abcdef\n")));
   kiv::TextInputStream tis = kiv::TextInputStreamExp::Make(in, kiv::BufferExp::Make(64),
                                                            kiv::TextEncodingExp::MakeUTF16());
-  char out[16];
-  std::memset(out, '#', sizeof out);
+  char out[16] = "###############";
   EXPECT_EQ(tis->ReadLine(out, 5, -1), 4u);  // whole units only
   EXPECT_EQ(out[4], '#');
   EXPECT_EQ(tis->ReadLine(out, 16, -1), 10u);
@@ -155,49 +128,30 @@ TEST(TextInputStream, ReadLineNeverWritesPastTheRoomGiven) {
   EXPECT_EQ(tis->ReadLine(out, 16, -1), 0u);
 }
 
-std::string Written(const kiv::TextEncoding& enc, void (*write)(kiv::Writer&)) {
-  auto* raw = new RecordingOutput();
-  kiv::SyncOutputStream out(raw);
-  kiv::Writer writer = kiv::WriterExp::Make(enc, out);
-  write(writer);
-  return raw->All();
-}
-
 TEST(Writer, TextNumbersAndCharacters) {
-  const kiv::TextEncoding ascii = kiv::TextEncodingExp::MakeAscii(),
-                          utf8 = kiv::TextEncodingExp::MakeUTF8(),
-                          utf16 = kiv::TextEncodingExp::MakeUTF16();
+  using kiv::Writer;
+  using kiv::testing::WrittenText;
   // C text is sent unchanged or converted; an ASCII writer writes '.' for what it cannot hold.
-  EXPECT_EQ(Written(ascii, [](kiv::Writer& w) { w->Write("abc"); }), "abc");
-  EXPECT_EQ(Written(ascii, [](kiv::Writer& w) { w->Write("\xC3\xA9"); }), ".");
-  EXPECT_EQ(Written(utf8, [](kiv::Writer& w) { w->Write("\xC3\xA9"); }), "\xC3\xA9");
-  EXPECT_EQ(Written(utf16, [](kiv::Writer& w) { w->Write("a\xC3\xA9"); }), U16(u"a\u00E9"));
-  EXPECT_EQ(Written(utf8,
-                    [](kiv::Writer& w) {
-                      w->Write(INT32_MIN), w->Write(' '), w->Write(UINT32_MAX), w->Write(' ');
-                      w->Write(INT64_MIN), w->Write(' '), w->Write(UINT64_MAX), w->Write(' ');
-                      w->Write(0.5), w->Write(' '), w->WriteHex(255, 4);
-                      w->WriteChar(0x20AC), w->WriteChar(0x1F600);
-                      w->Write('\xE9');  // Latin-1
-                      w->NewLine();
-                    }),
-            "-2147483648 4294967295 -9223372036854775808 18446744073709551615 0.5 00ff"
+  EXPECT_EQ(
+      WrittenText([](Writer& w) { w->Write("abc\xC3\xA9"); }, kiv::TextEncodingExp::MakeAscii()),
+      "abc.");
+  EXPECT_EQ(WrittenText([](Writer& w) {
+              w->Write("\xC3\xA9 "), w->Write(INT32_MIN), w->Write(' '), w->Write(UINT32_MAX);
+              w->Write(' '), w->Write(INT64_MIN), w->Write(' '), w->Write(UINT64_MAX);
+              w->Write(' '), w->Write(0.5), w->Write(' '), w->WriteHex(255, 4);
+              w->WriteChar(0x20AC), w->WriteChar(0x1F600), w->Write('\xE9');  // Latin-1
+              w->NewLine();
+            }),
+            "\xC3\xA9 -2147483648 4294967295 -9223372036854775808 18446744073709551615 0.5 00ff"
             "\xE2\x82\xAC\xF0\x9F\x98\x80\xC3\xA9\n");
-  EXPECT_EQ(Written(utf16,
-                    [](kiv::Writer& w) {
-                      w->Write(42), w->WriteChar(0x1F600);
-                      w->WriteLine(kiv::testing::Wide("ok"));
-                    }),
-            U16(u"42\U0001F600ok\n"));
-  EXPECT_THROW(Written(utf8, [](kiv::Writer& w) { w->WriteChar(0x110000); }),
-               kiv::CannotConvertException);
-}
-
-TEST(Writer, ReportsAStreamThatStopsAccepting) {
-  kiv::SyncOutputStream out(new RecordingOutput(2));
-  kiv::Writer writer = kiv::WriterExp::Make(kiv::TextEncodingExp::MakeUTF8(), out);
-  EXPECT_FALSE(writer->Write("abcd"));
-  EXPECT_EQ(writer->WriteBytes("xy", 2), 0u);
+  EXPECT_EQ(WrittenText(
+                [](Writer& w) {
+                  w->Write("a\xC3\xA9"), w->Write(42), w->WriteChar(0x1F600);
+                  w->WriteLine(kiv::testing::Wide("ok"));
+                },
+                kiv::TextEncodingExp::MakeUTF16()),
+            U16(u"a\u00E942\U0001F600ok\n"));
+  EXPECT_THROW(WrittenText([](Writer& w) { w->WriteChar(0x110000); }), kiv::CannotConvertException);
 }
 
 TEST(LineMode, EachCompletedLineGoesOutWholeAndUnchanged) {
@@ -209,43 +163,36 @@ TEST(LineMode, EachCompletedLineGoesOutWholeAndUnchanged) {
     writer->Write("one ");
     writer->Write("two\r\nthree ");
     writer->Write(5);
-    EXPECT_EQ(raw->writes, (std::vector<std::string>{"one two\r\n"}));
+    EXPECT_EQ(raw->writes, (Strings{"one two\r\n"}));
     writer->NewLine();
     writer->Write("held");
     writer->Flush();  // hands on the unfinished line and flushes the sink
     EXPECT_EQ(raw->flushes, 1);
-    writer->Write("a\nb\nc");  // two lines in one write
+    writer->Write("a\nb\nc");    // two lines in one write
+    writer->SetLineMode(false);  // hands on what is held, keeping the order
+    writer->Write(" raw");
+    writer->SetLineMode(true);
     writer->Write("unterminated");
   }  // releasing the writer hands on what is held
-  EXPECT_EQ(raw->writes, (std::vector<std::string>{"one two\r\n", "three 5\n", "held", "a\nb\n",
-                                                   "cunterminated"}));
-}
+  EXPECT_EQ(raw->writes,
+            (Strings{"one two\r\n", "three 5\n", "held", "a\nb\n", "c", " raw", "unterminated"}));
 
-TEST(LineMode, LineFeedsAreFoundOnlyAtUnitBoundaries) {
-  auto* raw = new RecordingOutput();
-  kiv::SyncOutputStream out(raw);
+  // Line feeds are found only at unit boundaries: U+010A holds the byte 0x0A.
+  raw->writes.clear();
   kiv::SyncOutputStream line =
       kiv::LineModeSyncOutputStreamExp::Make(out, kiv::TextEncodingExp::MakeUTF16());
-  const std::string bytes = U16(u"a\u010A\nc\n");  // U+010A holds the byte 0x0A
-  for (char c : bytes) line->Write(static_cast<unsigned char>(c));
-  EXPECT_EQ(raw->writes, (std::vector<std::string>{U16(u"a\u010A\n"), U16(u"c\n")}));
-  EXPECT_FALSE(line->IsRandomAccess());
-  EXPECT_THROW(line->ToStreamMarker(), kiv::NotRandomAccessException);
+  for (char c : U16(u"a\u010A\nc\n")) line->Write(static_cast<unsigned char>(c));
+  EXPECT_EQ(raw->writes, (Strings{U16(u"a\u010A\n"), U16(u"c\n")}));
 }
 
-TEST(LineMode, OrderIsKeptWhenLeavingLineModeAndRefusalIsReported) {
-  auto* raw = new RecordingOutput();
-  kiv::SyncOutputStream out(raw);
-  kiv::Writer writer = kiv::WriterExp::Make(kiv::TextEncodingExp::MakeAscii(), out);
-  writer->SetLineMode(true);
-  writer->Write("held ");
-  writer->SetLineMode(false);
-  writer->Write("raw");
-  EXPECT_EQ(raw->All(), "held raw");
+TEST(LineMode, ARefusingStreamIsReported) {
+  kiv::SyncOutputStream out(new RecordingOutput(2));
+  kiv::Writer writer = kiv::WriterExp::Make(kiv::TextEncodingExp::MakeUTF8(), out);
+  EXPECT_FALSE(writer->Write("abcd"));
+  EXPECT_EQ(writer->WriteBytes("xy", 2), 0u);
 
-  kiv::SyncOutputStream tight(new RecordingOutput(3));
-  kiv::SyncOutputStream line =
-      kiv::LineModeSyncOutputStreamExp::Make(tight, kiv::TextEncodingExp::MakeAscii());
+  kiv::SyncOutputStream line = kiv::LineModeSyncOutputStreamExp::Make(
+      kiv::SyncOutputStream(new RecordingOutput(3)), kiv::TextEncodingExp::MakeAscii());
   EXPECT_EQ(line->Write("abcdef\n", 7), 7u);  // held: the sink took only "abc"
   EXPECT_EQ(line->Write("x", 1), 0u);         // still refused: nothing taken
 }
