@@ -3,14 +3,14 @@
 // On x86 processors with SSE4.1 (checked once at run time):
 // - UTF-8 is taken in blocks of 64 bytes. A block of ASCII is widened at once. A block of valid
 //   one- to three-byte characters (checked with byte-class masks of the whole block) is decoded
-//   16 positions at a time: every position is decoded as if a character started there, and a
-//   table shuffle gathers the positions where one does, so no step waits for the one before.
-//   Where the processor also has AVX2 (checked once at run time), the block's byte classes and
-//   this decoding take 32 bytes at a time; the results are the same.
-//   Blocks that open with a run of three-byte characters (CJK text) go window by window instead:
-//   the mask of bytes that end a character selects, from a table, the shuffle that puts the first
-//   characters of the window into lanes, and the block is walked as two interleaved streams
-//   (split at a character boundary); runs of three-byte characters need no lookup.
+//   window by window: the mask of bytes that end a character selects, from a table, the shuffle
+//   that puts the first characters of the window into lanes, and the block is walked as two
+//   interleaved streams (split at a character boundary); runs of three-byte characters need no
+//   lookup. Where the processor also has AVX2 (checked once at run time), the block's byte
+//   classes take 32 bytes at a time, and blocks that do not open with a run of three-byte
+//   characters (CJK text) are decoded 32 positions at a time instead: every position is decoded
+//   as if a character started there and a table shuffle gathers the real starts, so no step
+//   waits for the one before. The results are the same.
 //   Other blocks go window by window: four four-byte characters become surrogate pairs in one
 //   step, and anything else (invalid, long or too large sequences) goes through a scalar step.
 // - Wide text is taken 8 units at a time: ASCII is narrowed, units below 0x800 and the rest are
@@ -601,26 +601,6 @@ __attribute__((target("sse4.1"), always_inline)) inline bool WindowsThroughBlock
   return common;
 }
 
-// Eight positions of a valid block as 16-bit lanes: `x` holds each position's byte and the next
-// (b_i | b_i+1 << 8), `z` the byte after that. Every lane is decoded as if a character started
-// there; the caller keeps the lanes where one does.
-template <bool kThree>
-__attribute__((target("sse4.1"), always_inline)) inline __m128i DecodeLanes(__m128i x, __m128i z) {
-  const __m128i lead = _mm_and_si128(x, _mm_set1_epi16(0xFF));
-  const __m128i ascii = _mm_and_si128(x, _mm_set1_epi16(0x7F));
-  const __m128i second = _mm_and_si128(_mm_srli_epi16(x, 8), _mm_set1_epi16(0x3F));
-  const __m128i two =
-      _mm_or_si128(_mm_slli_epi16(_mm_and_si128(x, _mm_set1_epi16(0x1F)), 6), second);
-  const __m128i is_ascii = _mm_cmplt_epi16(lead, _mm_set1_epi16(0x80));
-  if constexpr (!kThree) return _mm_blendv_epi8(two, ascii, is_ascii);
-  const __m128i three =
-      _mm_or_si128(_mm_or_si128(_mm_slli_epi16(x, 12),
-                                _mm_and_si128(_mm_srli_epi16(x, 2), _mm_set1_epi16(0x0FC0))),
-                   _mm_and_si128(z, _mm_set1_epi16(0x3F)));
-  const __m128i is_three = _mm_cmpgt_epi16(lead, _mm_set1_epi16(0xDF));
-  return _mm_blendv_epi8(_mm_blendv_epi8(two, three, is_three), ascii, is_ascii);
-}
-
 // The lanes of `values` kept by `mask` (eight bits), stored at `dst` (16 bytes are stored);
 // returns the output bytes.
 __attribute__((target("sse4.1"), always_inline)) inline unsigned StoreKept(__m128i values,
@@ -648,35 +628,11 @@ inline std::uint64_t StartsToDecode(std::uint64_t high, std::uint64_t cont, std:
   return starts & ((std::uint64_t{1} << last) - 1);
 }
 
-// Decodes a block of valid one- to three-byte characters 16 positions at a time, with no step
-// waiting for the one before: each position is decoded as a possible character start, and the
-// starts are then gathered by a table shuffle (StartsToDecode says which, at the block's end).
-// Returns the input bytes taken and adds the output to `out_bytes`.
-template <bool kThree>
-__attribute__((target("sse4.1"), always_inline)) inline unsigned DecodeStartsBlock(
-    const unsigned char* p, std::uint64_t high, std::uint64_t cont, std::uint64_t lead3,
-    unsigned char* dst, unsigned& out_bytes) {
-  unsigned taken;
-  const std::uint64_t keep = StartsToDecode(high, cont, lead3, taken);
-  const __m128i zero = _mm_setzero_si128();
-  unsigned w = out_bytes;
-  for (unsigned at = 0; at < kBlock; at += 16) {
-    const __m128i v = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + at));
-    const __m128i n1 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + at + 1));
-    const __m128i n2 = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + at + 2));
-    const unsigned bits = static_cast<unsigned>(keep >> at);
-    w += StoreKept(DecodeLanes<kThree>(_mm_unpacklo_epi8(v, n1), _mm_unpacklo_epi8(n2, zero)),
-                   bits & 0xFF, dst + w);
-    w += StoreKept(DecodeLanes<kThree>(_mm_unpackhi_epi8(v, n1), _mm_unpackhi_epi8(n2, zero)),
-                   (bits >> 8) & 0xFF, dst + w);
-  }
-  out_bytes = w;
-  return taken;
-}
-
-// The same two steps 32 bytes at a time, where the processor has AVX2 (checked once at run time):
-// the byte classes of a block, and the decoding of its character starts. They are called once a
-// block, so they stay out of line.
+// Where the processor has AVX2 (checked once at run time), a block's byte classes are found 32
+// bytes at a time, and a block of valid one- to three-byte characters is decoded by its starts:
+// every position is decoded as if a character started there, and a table shuffle gathers the
+// positions where one does (StartsToDecode says which, at the block's end), so no step waits for
+// the one before. Both are called once a block, so they stay out of line.
 bool HaveAvx2() {
   static const bool have = [] {
     __builtin_cpu_init();
@@ -718,7 +674,9 @@ __attribute__((target("avx2"), noinline)) BlockClasses ClassifyBlockAvx2(const u
   return b;
 }
 
-// DecodeLanes for sixteen lanes.
+// Sixteen positions as 16-bit lanes: `x` holds each position's byte and the next
+// (b_i | b_i+1 << 8), `z` the byte after that. Every lane is decoded as if a character started
+// there; the caller keeps the lanes where one does.
 template <bool kThree>
 __attribute__((target("avx2"), always_inline)) inline __m256i DecodeLanesAvx2(__m256i x,
                                                                               __m256i z) {
@@ -850,8 +808,8 @@ __attribute__((target("sse4.1"))) void Utf8ToUtf16Sse(unsigned char* out, unsign
       continue;
     }
     unsigned out_bytes = 0;
-    // Runs of three-byte characters (CJK text) decode fastest by their own step; other text with
-    // three-byte characters, and text of one- and two-byte characters, by its starts.
+    // Runs of three-byte characters (CJK text) decode fastest window by window; other text by its
+    // starts where AVX2 allows.
     unsigned pos;
     if ((~(c.cont >> 1) & kFiveThreeByteMask) == kFiveThreeByteEnds) {
       pos = DecodeValidBlock(p, c.high, c.cont, o.Next(), tail, out_bytes);
@@ -860,8 +818,7 @@ __attribute__((target("sse4.1"))) void Utf8ToUtf16Sse(unsigned char* out, unsign
                 ? DecodeStartsBlockAvx2<false>(p, c.high, c.cont, c.lead3, o.Next(), out_bytes)
                 : DecodeStartsBlockAvx2<true>(p, c.high, c.cont, c.lead3, o.Next(), out_bytes);
     } else {
-      pos = c.lead3 == 0 ? DecodeStartsBlock<false>(p, c.high, c.cont, c.lead3, o.Next(), out_bytes)
-                         : DecodeStartsBlock<true>(p, c.high, c.cont, c.lead3, o.Next(), out_bytes);
+      pos = DecodeValidBlock(p, c.high, c.cont, o.Next(), tail, out_bytes);
     }
     o.Add(out_bytes);
     p += pos;
