@@ -1,5 +1,7 @@
 #include "core/locks_impl.h"
 
+#include <atomic>
+
 #include "platform/interlocked.h"
 
 namespace kiv {
@@ -11,22 +13,50 @@ static_assert(kWaitObject0 == platform::kEventSignalled &&
 ObjectLockItf::~ObjectLockItf() = default;
 ConditionItf::~ConditionItf() = default;
 
+namespace {
+std::uintptr_t LoadOwner(const std::uintptr_t* owner) noexcept {
+  return std::atomic_ref<std::uintptr_t>(*const_cast<std::uintptr_t*>(owner))
+      .load(std::memory_order_relaxed);
+}
+void StoreOwner(std::uintptr_t* owner, std::uintptr_t value) noexcept {
+  std::atomic_ref<std::uintptr_t>(*owner).store(value, std::memory_order_relaxed);
+}
+}  // namespace
+
+void WinLock::Own(std::uintptr_t self) noexcept {
+  StoreOwner(&owner_, self);
+  depth_ = 1;
+}
+
 void WinLock::Lock(std::int64_t /*timeout*/) {
-  users_.Increment();
-  section_.Enter();
+  const std::uintptr_t self = platform::CurrentThreadId();
+  if (platform::InterlockedIncrement(&users_) > 1) {
+    if (LoadOwner(&owner_) == self) {
+      ++depth_;
+      return;
+    }
+    handoff_.Wait();
+  }
+  Own(self);
 }
 
 bool WinLock::TryLock() {
-  if (!users_.TestAndSet(1, 0)) return false;
-  // Nobody holds or waits, and Unlock leaves the section before it counts down: this cannot
-  // block.
-  section_.Enter();
+  if (platform::InterlockedCompareExchange(&users_, 1, 0) != 0) return false;
+  Own(platform::CurrentThreadId());
   return true;
 }
 
 void WinLock::Unlock() {
-  section_.Leave();
-  users_.Decrement();
+  // Leaving a section the caller does not hold leaves it untouched; the count still goes down,
+  // as it does after every Unlock.
+  bool passes_on = false;
+  if (LoadOwner(&owner_) == platform::CurrentThreadId() && --depth_ == 0) {
+    StoreOwner(&owner_, 0);
+    passes_on = true;
+  }
+  // Once the count is down, a new holder may already be writing `owner_` and `depth_`: neither is
+  // read after this point.
+  if (platform::InterlockedDecrement(&users_) > 0 && passes_on) handoff_.Post();
 }
 
 WinCondition::WinCondition() noexcept : event_(platform::NewEvent()) {}

@@ -6,14 +6,22 @@
 #include <cstdint>
 
 #include "kiv/locks.h"
-#include "platform/critical_section.h"
 #include "platform/event.h"
+#include "platform/semaphore.h"
 
 namespace kiv {
 
-// A re-entrant lock over a critical section. `users_` counts the threads that hold the lock or
-// wait for it (the holder once, however deep its recursion), which is what makes TryLock refuse
-// whenever anyone is involved, the calling holder included.
+// A re-entrant lock. `users_` counts the threads that hold the lock or wait for it: every Lock
+// adds one, the holder's nested Locks included, and every Unlock takes one away. That is what
+// makes TryLock refuse whenever anyone is involved, the calling holder included.
+//
+// The same count is also the lock's gate, so an uncontended Lock and Unlock each cost the one
+// interlocked operation on `users_` and nothing more: a Lock that raises the count from 0 owns the
+// lock at once; one that finds others counted either is the holder (and only nests deeper) or
+// sleeps on `handoff_`. The last Unlock of the holder posts `handoff_` when its decrement leaves
+// anyone counted, which passes the lock straight to one sleeper (a post that comes before its
+// sleeper's wait is kept by the semaphore's count). Callers see exactly a critical section entered
+// after the count is raised and left before it is lowered.
 class WinLock final : public ObjectLockItf {
  public:
   using ObjectLockItf::Lock;
@@ -22,8 +30,16 @@ class WinLock final : public ObjectLockItf {
   void Unlock() override;
 
  private:
-  platform::CriticalSection section_;
-  AtomicCounter users_;
+  // Makes the calling thread the holder, one level deep.
+  void Own(std::uintptr_t self) noexcept;
+
+  std::int32_t users_ = 0;
+  // The holding thread, 0 when none. Only the holder writes it; another thread reading it can only
+  // ever see a value other than its own identity, which is all it looks for.
+  std::uintptr_t owner_ = 0;
+  // Levels of Lock the holder has not yet matched with Unlock; only the holder touches it.
+  std::int32_t depth_ = 0;
+  platform::Semaphore handoff_;
 };
 
 // An auto-reset event. Expect and Reset do nothing.
