@@ -16,15 +16,32 @@ namespace kiv {
 
 namespace {
 
+// Per byte: its hex digit value, kBlank for the white space of isspace in the C locale, kOther
+// for anything else. Size lines are parsed once per chunk; a table keeps that to one load a byte.
+constexpr signed char kBlank = -2;
+constexpr signed char kOther = -1;
+struct ByteClasses {
+  signed char of[256];
+};
+constexpr ByteClasses MakeByteClasses() {
+  ByteClasses t{};
+  for (int c = 0; c < 256; ++c) {
+    t.of[c] = c >= '0' && c <= '9'                   ? static_cast<signed char>(c - '0')
+              : c >= 'a' && c <= 'f'                 ? static_cast<signed char>(c - 'a' + 10)
+              : c >= 'A' && c <= 'F'                 ? static_cast<signed char>(c - 'A' + 10)
+              : c == ' ' || (c >= '\t' && c <= '\r') ? kBlank
+                                                     : kOther;
+  }
+  return t;
+}
+constexpr ByteClasses kByteClasses = MakeByteClasses();
+
 int HexDigit(unsigned char c) noexcept {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
+  const int v = kByteClasses.of[c];
+  return v >= 0 ? v : -1;
 }
 
-// isspace in the C locale.
-bool IsBlank(unsigned char c) noexcept { return c == ' ' || (c >= '\t' && c <= '\r'); }
+bool IsBlank(unsigned char c) noexcept { return kByteClasses.of[c] == kBlank; }
 
 }  // namespace
 
@@ -40,6 +57,17 @@ ChunkedSyncInStreamImpl::~ChunkedSyncInStreamImpl() = default;
 
 std::uint32_t ChunkedSyncInStreamImpl::ParseSize(const unsigned char* text,
                                                  unsigned length) noexcept {
+  // What senders write: up to eight digits first, without a "0x" prefix to look for. Eight hex
+  // digits cannot overflow, so the general loop below is needed only for the rest.
+  const unsigned short_run = std::min(length, 8u);
+  if (short_run > 0 && text[0] != '0') {
+    std::uint32_t value = 0;
+    unsigned n = 0;
+    for (int digit; n < short_run && (digit = kByteClasses.of[text[n]]) >= 0; ++n) {
+      value = value << 4 | static_cast<std::uint32_t>(digit);
+    }
+    if (n > 0 && (n < short_run || n == length || HexDigit(text[n]) < 0)) return value;
+  }
   unsigned i = 0;
   while (i < length && IsBlank(text[i])) ++i;
   bool negative = false;
@@ -195,6 +223,11 @@ bool ChunkedSyncInStreamImpl::ReadSizeLine(SyncInputStreamItf& in, std::int64_t 
 
 void ChunkedSyncInStreamImpl::ReadChunkEnd(SyncInputStreamItf& in, std::int64_t timeout,
                                            Window& window) {
+  if (chunk_end_left_ == 2 && window.Left() >= 2) {  // the usual case: both bytes are buffered
+    const unsigned char* end = window.Take(2);
+    chunk_end_left_ = 0;
+    if (end[0] != 13 || end[1] != 10) chunk_end_bad_ = true;
+  }
   while (chunk_end_left_ > 0) {
     const std::int32_t byte = NextByte(in, timeout, window);
     if (byte != (chunk_end_left_ == 2 ? 13 : 10)) chunk_end_bad_ = true;

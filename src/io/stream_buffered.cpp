@@ -12,7 +12,11 @@ unsigned char* Bytes(Buffer& buffer) { return static_cast<unsigned char*>(buffer
 }  // namespace
 
 BufferedSyncInStream::BufferedSyncInStream(const SyncInputStream& in, const Buffer& buffer)
-    : SyncInputStreamWrapper(in), inner_(buffer, this), buffer_(buffer), start_(0) {
+    : SyncInputStreamWrapper(in),
+      inner_(buffer, this),
+      buffer_(buffer),
+      data_(buffer ? static_cast<const unsigned char*>(buffer->GetData()) : nullptr),
+      start_(0) {
   buffer_->GetSize();  // a null buffer fails here, not at the first read
   if (Wrapped()->IsRandomAccess()) {
     start_ = static_cast<std::uint64_t>(Wrapped()->ToStreamMarker()->GetPosition());

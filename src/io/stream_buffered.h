@@ -40,7 +40,7 @@ class BufferedSyncInStream : public StreamMarkerItf, public SyncInputStreamWrapp
   // Skip, which leaves the stream exactly as that many Read(timeout) calls would have.
   const unsigned char* Unread(unsigned& count) noexcept {
     count = inner_.Len() - inner_.Pos();
-    return static_cast<const unsigned char*>(buffer_->GetData()) + inner_.Pos();
+    return data_ + inner_.Pos();
   }
   void Skip(unsigned count) noexcept { inner_.SetState(inner_.Pos() + count, inner_.Len()); }
   // This stream when `in` is exactly a buffered input stream (not a class derived from it, which
@@ -63,6 +63,8 @@ class BufferedSyncInStream : public StreamMarkerItf, public SyncInputStreamWrapp
 
   BufferSyncInStream inner_;
   Buffer buffer_;
+  // The buffer's bytes, looked up once: a buffer's storage never moves.
+  const unsigned char* data_;
   std::uint64_t start_;
 };
 
