@@ -199,6 +199,14 @@ TEST(HandleTest, ConcurrentAssignmentKeepsCountsExact) {
   EXPECT_EQ(deaths, kObjects - 1);
   shared = nullptr;
   EXPECT_EQ(deaths, kObjects);
+
+  // Whichever thread drops the last handle of a string frees it, after every other thread's use.
+  String text = testing::Wide("ab") + testing::Wide("cd");
+  for (int t = 0; t < 4; ++t) {
+    threads[t] = std::thread([copy = text] { EXPECT_EQ(copy->Length(), 4u); });
+  }
+  text = String();
+  for (auto& th : threads) th.join();
 }
 
 }  // namespace
