@@ -199,6 +199,19 @@ TEST(HandleTest, ConcurrentAssignmentKeepsCountsExact) {
   EXPECT_EQ(deaths, kObjects - 1);
   shared = nullptr;
   EXPECT_EQ(deaths, kObjects);
+
+  // Whichever thread drops the last handle of a string frees it, after every other thread's use.
+  String text = testing::Wide("ab") + testing::Wide("cd");
+  std::atomic<bool> go{false};
+  for (int t = 0; t < 4; ++t) {
+    threads[t] = std::thread([copy = text, &go] {
+      while (!go) std::this_thread::yield();
+      EXPECT_EQ(copy->Length(), 4u);
+    });
+  }
+  text = String();
+  go = true;
+  for (auto& th : threads) th.join();
 }
 
 }  // namespace

@@ -90,6 +90,15 @@ TEST(StringTest, ConcatenationAllocatesOnceInTheLeftEncoding) {
   EXPECT_EQ(joined->GetEncoding().Get(), TextEncodingExp::MakeUTF16().Get());
   // Sized by both operands' own bytes (the right one is still UTF-8 then) and a terminator.
   EXPECT_EQ(joined->GetBuffer()->GetSize(), 4u + 3u + 4u);
+  // The result's buffer and substrings share its storage and outlive it.
+  Buffer storage = joined->GetBuffer();
+  String tail = joined->Substring(1);
+  EXPECT_EQ(joined->GetData(), storage->GetData());
+  joined = String();
+  EXPECT_EQ(Utf8(tail), "b€");
+  EXPECT_EQ(std::memcmp(storage->GetData(), u"ab\u20AC", 8), 0);  // the text and a terminator
+  storage = Buffer();
+  EXPECT_EQ(Utf8(tail + tail), "b€b€");
   EXPECT_EQ(Utf8(Ascii("x") + static_cast<unsigned short>('y') + static_cast<const void*>("z")),
             "xyz");
 }

@@ -198,13 +198,22 @@ class KIV_EXPORT Object {
   RefCount* ptr_;
 };
 
+// Selects the handle constructors that take over a reference already counted instead of adding
+// one: for an object made with a count of one (RefCount(1)) and handed to exactly one handle, so
+// that making it costs no interlocked operation.
+struct AdoptRef {
+  explicit AdoptRef() = default;
+};
+inline constexpr AdoptRef kAdoptRef{};
+
 // Typed counted handle over an interface T that derives virtually from RefCount.
 template <class T>
 class Ref {
  public:
   Ref() noexcept : ptr_(nullptr) {}
   Ref(const T* p) noexcept : ptr_(const_cast<T*>(p)) { RefCount::AddRef(p); }  // NOLINT
-  Ref(const T& r) noexcept : Ref(&r) {}                                        // NOLINT
+  Ref(T* p, AdoptRef) noexcept : ptr_(p) {}
+  Ref(const T& r) noexcept : Ref(&r) {}  // NOLINT
   Ref(const Ref& other) noexcept : Ref(other.ptr_) {}
   Ref(Ref&& other) noexcept : ptr_(other.ptr_) { other.ptr_ = nullptr; }
   // Upcast from a handle of a derived interface.

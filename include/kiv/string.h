@@ -271,6 +271,7 @@ class BasicString {
  protected:
   BasicString() noexcept = default;
   explicit BasicString(const Ref<I>& ref) noexcept : ref_(ref) {}
+  explicit BasicString(Ref<I>&& ref) noexcept : ref_(static_cast<Ref<I>&&>(ref)) {}
   int CompareChar(unsigned short c) const;
   int CompareUTF8(std::string_view utf8) const;
   int CompareUTF16(std::u16string_view utf16) const;
@@ -290,6 +291,7 @@ class KIV_EXPORT String : public BasicString<StringItf> {
   String() noexcept = default;
   String(const StringItf* s) noexcept : BasicString(Ref<StringItf>(s)) {}   // NOLINT
   String(const StringItf& s) noexcept : BasicString(Ref<StringItf>(&s)) {}  // NOLINT
+  String(StringItf* s, AdoptRef) noexcept : BasicString(Ref<StringItf>(s, kAdoptRef)) {}
   String(const String& s) noexcept = default;
   String(String&& s) noexcept = default;
   // Throws BadCastException when `o` is not a string.

@@ -19,9 +19,17 @@ void RefCount::AddRef(const RefCount* p) noexcept {
 void RefCount::Release(RefCount* p) noexcept {
   if (p == nullptr) return;
   RefCount* owner = p->outer_;
-  if (platform::InterlockedDecrement(&owner->count_) != 0) return;
-  // A guard reference keeps handles taken inside Finalize from deleting the object under us.
-  platform::InterlockedStore(&owner->count_, 1);
+  // A count of 1 is the caller's own reference: no other holder is left to copy one from, so
+  // nobody can raise the count any more, and the last reference goes without an interlocked
+  // operation. That 1 then serves as the guard below. The load acquires the decrements of the
+  // holders that went before (each one a releasing read-modify-write, so the 1 read here comes at
+  // the end of their release sequence), as the decrement to zero would have.
+  if (platform::InterlockedLoad(&owner->count_) != 1) {
+    if (platform::InterlockedDecrement(&owner->count_) != 0) return;
+    // A guard reference keeps handles taken inside Finalize from deleting the object under us.
+    // Nobody else holds a reference now, so a plain releasing store is enough.
+    platform::InterlockedStore(&owner->count_, 1);
+  }
   try {
     p->Finalize();
   } catch (...) {

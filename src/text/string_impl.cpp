@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "core/buffer_impl.h"
 #include "kiv/containers.h"
 #include "kiv/exception.h"
 #include "text/encodings/encoding_impls.h"
@@ -174,6 +175,31 @@ unsigned FirstCharacterBytes(const TextEncodingItf& encoding, const void* data, 
 
 StringImpl::~StringImpl() = default;
 
+String StringImpl::MakeWithStorage(const TextEncoding& encoding, unsigned size, unsigned bytes,
+                                   char*& storage) {
+  BufferImpl* block = BufferImpl::MakeOwned(size, sizeof(StringImpl));
+  storage = static_cast<char*>(block->GetData());
+  auto* string = ::new (block->Room())
+      StringImpl(kAdoptRef, encoding, Buffer(block, kAdoptRef), storage, bytes);
+  return String(string, kAdoptRef);
+}
+
+void StringImpl::operator delete(StringImpl* p, std::destroying_delete_t) noexcept {
+  BufferItf* buffer = p->buffer_.Get();
+  // Only the library's own buffers keep room for a string; the one living there is the string
+  // the buffer was made with (substrings sharing the buffer live elsewhere).
+  bool inside = buffer != nullptr && typeid(*buffer) == typeid(BufferImpl) &&
+                static_cast<BufferImpl*>(buffer)->Room() == static_cast<void*>(p);
+  if (!inside) {
+    p->~StringImpl();
+    RefCount::operator delete(p);
+    return;
+  }
+  // The buffer, held by this string until now, may be the last owner of the block.
+  Buffer keep(std::move(p->buffer_));
+  p->~StringImpl();
+}
+
 String StringImpl::Encode(const TextEncoding& encoding) const {
   if (RefCount::Equals(encoding.Get(), encoding_.Get())) return String(this);
   return text::Reencode(encoding_, data_, bytes_, encoding);
@@ -188,28 +214,25 @@ String StringImpl::Concat(const void* text) const { return Concat(String(encodin
 String StringImpl::Concat(const StringBuffer& text) const { return Concat(text.ToString()); }
 
 String StringImpl::Concat(const String& text) const {
-  // One allocation: a buffer of both operands' own bytes and the terminator room, the layout a
-  // string buffer over such a buffer would produce. A right operand in another encoding is
-  // converted first; should it grow, the buffer fits the converted bytes exactly instead.
   const BasicStringItf& other = *text.operator->();
   text::RawText raw;
-  View converted{nullptr, 0, String()};
-  unsigned own_bytes;  // the right operand's bytes in its own encoding
-  if (SameEncodingText(other, raw)) {
-    own_bytes = raw.bytes;
-  } else {
-    converted = ViewInMyEncoding(other);
-    raw.data = converted.data;
-    raw.bytes = converted.bytes;
-    own_bytes = other.ByteLength();
-  }
-  unsigned size = bytes_ + std::max(own_bytes, raw.bytes) + kTerminatorRoom;
-  Buffer joined = BufferExp::Make(size);
-  char* out = static_cast<char*>(joined->GetData());
+  if (SameEncodingText(other, raw)) return Joined(raw.data, raw.bytes, raw.bytes);
+  View converted = ViewInMyEncoding(other);
+  return Joined(converted.data, converted.bytes, other.ByteLength());
+}
+
+String StringImpl::Joined(const void* data, unsigned bytes, unsigned own_bytes) const {
+  // One allocation: the string, its buffer and the buffer's bytes: both operands' own bytes and
+  // the terminator room, the layout a string buffer over such a buffer would produce. A right
+  // operand in another encoding is converted first; should it grow, the buffer fits the converted
+  // bytes exactly instead.
+  unsigned size = bytes_ + std::max(own_bytes, bytes) + kTerminatorRoom;
+  char* out = nullptr;
+  String joined = MakeWithStorage(encoding_, size, bytes_ + bytes, out);
   if (bytes_ > 0) std::memcpy(out, data_, bytes_);
-  if (raw.bytes > 0) std::memcpy(out + bytes_, raw.data, raw.bytes);
-  PutTerminator(out + bytes_ + raw.bytes);
-  return String(new StringImpl(encoding_, std::move(joined), out, bytes_ + raw.bytes));
+  if (bytes > 0) std::memcpy(out + bytes_, data, bytes);
+  PutTerminator(out + bytes_ + bytes);
+  return joined;
 }
 
 String StringImpl::Quote() const {

@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <typeinfo>
 #include <vector>
 
@@ -121,7 +122,24 @@ class StringImpl final : public BasicStringImpl<StringItf> {
   StringImpl(const TextEncoding& encoding, Buffer buffer, const void* data, unsigned bytes,
              std::uint32_t chars = kUnknownLength)
       : BasicStringImpl(encoding, static_cast<Buffer&&>(buffer), data, bytes, chars) {}
+  // The same, made with one reference for the caller to adopt.
+  StringImpl(AdoptRef, const TextEncoding& encoding, Buffer buffer, const void* data,
+             unsigned bytes)
+      : RefCount(1),
+        BasicStringImpl(encoding, static_cast<Buffer&&>(buffer), data, bytes, kUnknownLength) {}
   ~StringImpl() override;
+
+  // A new string over fresh storage of `size` bytes, its text the first `bytes` of them, which the
+  // caller writes through `storage` before handing the string out. The string object, its buffer
+  // object and the bytes share one allocation.
+  static String MakeWithStorage(const TextEncoding& encoding, unsigned size, unsigned bytes,
+                                char*& storage);
+  // A string made by MakeWithStorage lives inside its buffer's block, which the buffer frees:
+  // such a string is destroyed here, without freeing, and drops its buffer reference only after
+  // that. Every other string is destroyed and freed as usual.
+  static void operator delete(StringImpl* p, std::destroying_delete_t) noexcept;
+  // For a constructor that throws inside a new-expression.
+  static void operator delete(void* p) noexcept { RefCount::operator delete(p); }
 
   String Encode(const TextEncoding& encoding) const override;
   String Concat(std::uint32_t c) const override;
@@ -140,6 +158,9 @@ class StringImpl final : public BasicStringImpl<StringItf> {
   Container Split(const String& separator, bool trim, std::int32_t max) const override;
 
  private:
+  // This string followed by `bytes` bytes of text in its encoding; `own_bytes` is what the right
+  // operand took in its own encoding.
+  String Joined(const void* data, unsigned bytes, unsigned own_bytes) const;
   // A copy through a case converter of this string's encoding.
   String CaseCopy(const BlockConverter& converter) const;
   String SplitPiece(const void* data, unsigned bytes, bool trim) const;
