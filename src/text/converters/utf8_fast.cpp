@@ -1041,6 +1041,23 @@ __attribute__((target("avx2"), always_inline)) inline unsigned EncodeUnitsAvx2(_
   return length;
 }
 
+// Eight surrogate pairs (a lead unit, then a trail unit, in each 32-bit lane) as four-byte
+// sequences.
+__attribute__((target("avx2"), always_inline)) inline __m256i EncodePairsAvx2(__m256i pairs) {
+  const __m256i ten = _mm256_set1_epi32(0x3FF);
+  const __m256i six = _mm256_set1_epi32(0x3F);
+  const __m256i value =
+      _mm256_add_epi32(_mm256_or_si256(_mm256_slli_epi32(_mm256_and_si256(pairs, ten), 10),
+                                       _mm256_and_si256(_mm256_srli_epi32(pairs, 16), ten)),
+                       _mm256_set1_epi32(0x10000));
+  const __m256i b0 = _mm256_srli_epi32(value, 18);
+  const __m256i b1 = _mm256_slli_epi32(_mm256_and_si256(_mm256_srli_epi32(value, 12), six), 8);
+  const __m256i b2 = _mm256_slli_epi32(_mm256_and_si256(_mm256_srli_epi32(value, 6), six), 16);
+  const __m256i b3 = _mm256_slli_epi32(_mm256_and_si256(value, six), 24);
+  const __m256i marks = _mm256_set1_epi32(static_cast<int>(0x808080F0u));
+  return _mm256_or_si256(_mm256_or_si256(_mm256_or_si256(b0, b1), _mm256_or_si256(b2, b3)), marks);
+}
+
 // One step of sixteen units, or 32 when they and the next 16 are ASCII. False at a surrogate
 // without its pair (standard form).
 template <bool kStandard>
@@ -1072,7 +1089,18 @@ __attribute__((target("avx2"), always_inline)) inline bool WideBlockAvx2(const u
   if (kStandard &&
       !_mm256_testz_si256(_mm256_cmpeq_epi16(top5, _mm256_set1_epi16(static_cast<short>(0xD800))),
                           _mm256_set1_epi16(-1))) {
-    // Surrogates: these 16 units one by one (a pair may end one unit past them).
+    const __m256i top6 = _mm256_and_si256(a, _mm256_set1_epi16(static_cast<short>(0xFC00)));
+    const auto leads = static_cast<unsigned>(_mm256_movemask_epi8(
+        _mm256_cmpeq_epi16(top6, _mm256_set1_epi16(static_cast<short>(0xD800)))));
+    const auto trails = static_cast<unsigned>(_mm256_movemask_epi8(
+        _mm256_cmpeq_epi16(top6, _mm256_set1_epi16(static_cast<short>(0xDC00)))));
+    if (leads == 0x33333333u && trails == 0xCCCCCCCCu) {  // eight pairs (emoji)
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(o.Next()), EncodePairsAvx2(a));
+      o.Add(32);
+      p += 32;
+      return true;
+    }
+    // Other surrogates: these 16 units one by one (a pair may end one unit past them).
     unsigned local = 0;
     const bool paired = Utf16Scalar<true>(p, p + 32, end, o.Next(), local, o.Room());
     o.Add(local);
