@@ -15,6 +15,9 @@
 //   step, and anything else (invalid, long or too large sequences) goes through a scalar step.
 // - Wide text is taken 8 units at a time: ASCII is narrowed, units below 0x800 and the rest are
 //   encoded in lanes and packed with a shuffle chosen by the length of each unit's sequence.
+//   Where the processor has AVX2, 16 units at a time the same way, with no table for blocks of
+//   units from 0x800 up (CJK text) and, in the standard form, for blocks of eight surrogate pairs;
+//   the eight-unit steps take what is left near the end.
 // - Validation takes UTF-8 in blocks of 64 bytes, comparing each byte with the three before it:
 //   the continuation bytes that lead bytes claim must be exactly the continuation bytes there, and
 //   the second byte after E0, ED (standard form), F0 and F4 must lie in its narrower range.
@@ -946,8 +949,12 @@ __attribute__((target("sse4.1"))) void Utf16ToUtf8Sse(unsigned char* out, unsign
 
 // Where the processor has AVX2, wide text is taken 16 units at a time (32 when ASCII), in the
 // forms that real text has whole blocks of: ASCII, units below 0x800, units from 0x800 up
-// (CJK text), and any mix of one- to three-byte units, four units to a table shuffle. What is
-// left at the end goes through the eight-unit steps.
+// (CJK text), any mix of one- to three-byte units (four units to a table shuffle) and, in the
+// standard form, eight surrogate pairs (emoji); other blocks with surrogates go unit by unit.
+// What is left near the end goes through the eight-unit steps, so they run here too. It has its
+// own copy of the driver (chosen for input of at least one block): as a loop called out of line
+// from the SSE4.1 driver, the stores through the stage made the compiler keep the loop's state in
+// memory, and ASCII took twice as long.
 constexpr std::ptrdiff_t kWideBlockInput = 32;
 constexpr unsigned kWideBlockRoom = 48;
 
@@ -1218,9 +1225,11 @@ void Utf8ToUtf16Run(unsigned char* out, unsigned out_size, const unsigned char* 
 void Utf16ToUtf8Run(unsigned char* out, unsigned out_size, const unsigned char* in,
                     unsigned in_size, unsigned& written, unsigned& consumed) {
 #if KIV_FAST_X86
+  if (in_size >= kWideBlockInput && HaveAvx2()) {
+    return Utf16ToUtf8Avx2<false>(out, out_size, in, in_size, written, consumed);
+  }
   if (in_size >= 16 && HaveSse41()) {
-    return HaveAvx2() ? Utf16ToUtf8Avx2<false>(out, out_size, in, in_size, written, consumed)
-                      : Utf16ToUtf8Sse<false>(out, out_size, in, in_size, written, consumed);
+    return Utf16ToUtf8Sse<false>(out, out_size, in, in_size, written, consumed);
   }
 #endif
   Utf16ToUtf8Scalar<false>(out, out_size, in, in_size, written, consumed);
@@ -1239,9 +1248,11 @@ void StandardUtf8ToUtf16Run(unsigned char* out, unsigned out_size, const unsigne
 void Utf16ToStandardUtf8Run(unsigned char* out, unsigned out_size, const unsigned char* in,
                             unsigned in_size, unsigned& written, unsigned& consumed) {
 #if KIV_FAST_X86
+  if (in_size >= kWideBlockInput && HaveAvx2()) {
+    return Utf16ToUtf8Avx2<true>(out, out_size, in, in_size, written, consumed);
+  }
   if (in_size >= 16 && HaveSse41()) {
-    return HaveAvx2() ? Utf16ToUtf8Avx2<true>(out, out_size, in, in_size, written, consumed)
-                      : Utf16ToUtf8Sse<true>(out, out_size, in, in_size, written, consumed);
+    return Utf16ToUtf8Sse<true>(out, out_size, in, in_size, written, consumed);
   }
 #endif
   Utf16ToUtf8Scalar<true>(out, out_size, in, in_size, written, consumed);
