@@ -1003,7 +1003,7 @@ __attribute__((target("avx2"), always_inline)) inline __m256i ThreeBytes(__m256i
 
 // Sixteen units (no surrogates in the standard form) as one- to three-byte sequences at `dst`
 // (up to 52 bytes are stored); returns the bytes of the sequences. The units are widened to 32-bit
-// lanes in two vectors: `lo` holds units 0-3 and 8-11, `hi` units 4-7 and 12-15. With
+// lanes in two vectors: `units[0]` holds units 0-3 and 8-11, `units[1]` units 4-7 and 12-15. With
 // `kAllThree` every unit is from 0x800 up, and the shuffle is always the same.
 template <bool kAllThree>
 __attribute__((target("avx2"), always_inline)) inline unsigned EncodeUnitsAvx2(__m256i a,
