@@ -346,7 +346,8 @@ TEST(Validation, AgreesWithTheDecodersOnTroublingText) {
 }
 
 // One text per script in UTF-8, UTF-16 (after a byte order mark) and UTF-32: each decodes to the
-// UTF-16 text, and the validator stops where each decoder stops, also on texts cut or changed.
+// UTF-16 text, which encodes back to the UTF-8 text, and the validator stops where each decoder
+// stops, also on texts cut or changed.
 TEST(Validation, CorpusRoundTripsAndAgreement) {
   std::string dir = testing::CorpusDir();
   if (dir.empty()) GTEST_SKIP() << "corpus folder ../shared/corpus not found";
@@ -365,6 +366,9 @@ TEST(Validation, CorpusRoundTripsAndAgreement) {
     EXPECT_EQ(ConvertAll(TextEncodingExp::MakeUTF32()->GetToWideConverter(), u32), wide);
     EXPECT_EQ(kUtf8[0]->CharacterCount(u8.data(), Len(u8)), u32.size() / 4);
     EXPECT_EQ(ConvertAll(kUtf8[1]->GetFromWideConverter(), wide), u8);
+    if (std::string(script) != "Emoji") {  // the lenient form writes a pair as two sequences
+      EXPECT_EQ(ConvertAll(kUtf8[0]->GetFromWideConverter(), wide), u8);
+    }
     const std::pair<std::string, std::vector<TextEncoding>> forms[] = {
         {u8, {kUtf8[0], kUtf8[1], TextEncodingExp::MakeAscii()}},
         {u16, {TextEncodingExp::MakeUTF16()}},

@@ -15,6 +15,9 @@
 //   step, and anything else (invalid, long or too large sequences) goes through a scalar step.
 // - Wide text is taken 8 units at a time: ASCII is narrowed, units below 0x800 and the rest are
 //   encoded in lanes and packed with a shuffle chosen by the length of each unit's sequence.
+//   Where the processor has AVX2, 16 units at a time the same way, with no table for blocks of
+//   units from 0x800 up (CJK text) and, in the standard form, for blocks of eight surrogate pairs;
+//   the eight-unit steps take what is left near the end.
 // - Validation takes UTF-8 in blocks of 64 bytes, comparing each byte with the three before it:
 //   the continuation bytes that lead bytes claim must be exactly the continuation bytes there, and
 //   the second byte after E0, ED (standard form), F0 and F4 must lie in its narrower range.
@@ -880,57 +883,272 @@ __attribute__((target("sse4.1"), always_inline)) inline unsigned EncodeUnits(__m
   return length;
 }
 
+// One step of eight units, or sixteen when they and the next eight are ASCII. False at a
+// surrogate without its pair (standard form).
+template <bool kStandard>
+__attribute__((target("sse4.1"), always_inline)) inline bool WideStep(const unsigned char*& p,
+                                                                      const unsigned char* end,
+                                                                      StagedOutput& o) {
+  const __m128i not_ascii = _mm_set1_epi16(static_cast<short>(0xFF80));
+  const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
+  if (_mm_testz_si128(a, not_ascii)) {
+    if (end - p >= 32) {
+      const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
+      if (_mm_testz_si128(b, not_ascii)) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(o.Next()), _mm_packus_epi16(a, b));
+        o.Add(16);
+        p += 32;
+        return true;
+      }
+    }
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(o.Next()), _mm_packus_epi16(a, a));
+    o.Add(8);
+    p += 16;
+    return true;
+  }
+  if (kStandard) {
+    const __m128i top5 = _mm_and_si128(a, _mm_set1_epi16(static_cast<short>(0xF800)));
+    if (!_mm_testz_si128(_mm_cmpeq_epi16(top5, _mm_set1_epi16(static_cast<short>(0xD800))),
+                         _mm_set1_epi16(-1))) {
+      // Surrogates: these eight units one by one (a pair may end one unit past them).
+      unsigned local = 0;
+      const bool paired = Utf16Scalar<true>(p, p + 16, end, o.Next(), local, o.Room());
+      o.Add(local);
+      return paired;
+    }
+  }
+  o.Add(_mm_testz_si128(a, _mm_set1_epi16(static_cast<short>(0xF800)))  // all below 0x800
+            ? EncodeBelow800(a, o.Next())
+            : EncodeUnits(a, o.Next()));
+  p += 16;
+  return true;
+}
+
 template <bool kStandard>
 __attribute__((target("sse4.1"))) void Utf16ToUtf8Sse(unsigned char* out, unsigned out_size,
                                                       const unsigned char* in, unsigned in_size,
                                                       unsigned& written, unsigned& consumed) {
-  alignas(16) unsigned char stage[kStage + kStageSlack];
-  unsigned staged = 0;
-  unsigned w = 0;
+  StagedOutput o;
+  o.out = out;
+  o.out_size = out_size;
+  o.w = 0;
+  o.staged = 0;
   const unsigned char* p = in;
   const unsigned char* const end = in + in_size;
-  auto flush = [&] {
-    std::memcpy(out + (w - staged), stage, staged);
-    staged = 0;
-  };
-  const __m128i not_ascii = _mm_set1_epi16(static_cast<short>(0xFF80));
-  while (end - p >= kWideStepInput && out_size - w >= kWideStepRoom) {
-    if (staged > kStage - kStageSlack) flush();
-    const __m128i a = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p));
-    if (_mm_testz_si128(a, not_ascii)) {
-      if (end - p >= 32) {
-        const __m128i b = _mm_loadu_si128(reinterpret_cast<const __m128i*>(p + 16));
-        if (_mm_testz_si128(b, not_ascii)) {
-          _mm_storeu_si128(reinterpret_cast<__m128i*>(stage + staged), _mm_packus_epi16(a, b));
-          staged += 16, w += 16, p += 32;
-          continue;
-        }
-      }
-      _mm_storel_epi64(reinterpret_cast<__m128i*>(stage + staged), _mm_packus_epi16(a, a));
-      staged += 8, w += 8, p += 16;
+  bool common = true;
+  while (common && end - p >= kWideStepInput && o.Room() >= kWideStepRoom) {
+    o.MakeRoom();
+    common = WideStep<kStandard>(p, end, o);
+  }
+  o.Flush();
+  unsigned w = o.w;
+  if (common) Utf16Scalar<kStandard>(p, end, end, out, w, out_size);
+  written = w;
+  consumed = static_cast<unsigned>(p - in);
+}
+
+// Where the processor has AVX2, wide text is taken 16 units at a time (32 when ASCII), in the
+// forms that real text has whole blocks of: ASCII, units below 0x800, units from 0x800 up
+// (CJK text), any mix of one- to three-byte units (four units to a table shuffle) and, in the
+// standard form, eight surrogate pairs (emoji); other blocks with surrogates go unit by unit.
+// What is left near the end goes through the eight-unit steps, so they run here too. It has its
+// own copy of the driver (chosen for input of at least one block): as a loop called out of line
+// from the SSE4.1 driver, the stores through the stage made the compiler keep the loop's state in
+// memory, and ASCII took twice as long.
+constexpr std::ptrdiff_t kWideBlockInput = 32;
+constexpr unsigned kWideBlockRoom = 48;
+
+// The two 128-bit halves of `v` stored at `dst` and `dst + lo` (16 bytes each).
+__attribute__((target("avx2"), always_inline)) inline void StoreHalves(__m256i v, unsigned lo,
+                                                                       unsigned char* dst) {
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst), _mm256_castsi256_si128(v));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + lo), _mm256_extracti128_si256(v, 1));
+}
+
+// A table shuffle for each 128-bit half.
+__attribute__((target("avx2"), always_inline)) inline __m256i TableShuffles(const std::int8_t* lo,
+                                                                            const std::int8_t* hi) {
+  return _mm256_inserti128_si256(
+      _mm256_castsi128_si256(_mm_load_si128(reinterpret_cast<const __m128i*>(lo))),
+      _mm_load_si128(reinterpret_cast<const __m128i*>(hi)), 1);
+}
+
+// Sixteen units below 0x800 as one- and two-byte sequences at `dst` (32 bytes may be stored);
+// returns the bytes of the sequences.
+__attribute__((target("avx2"), always_inline)) inline unsigned EncodeBelow800Avx2(
+    __m256i a, unsigned char* dst) {
+  const __m256i ascii = _mm256_cmpgt_epi16(_mm256_set1_epi16(0x80), a);
+  const auto mask = static_cast<unsigned>(_mm256_movemask_epi8(_mm256_packs_epi16(ascii, ascii)));
+  const unsigned m0 = mask & 0xFF, m1 = (mask >> 16) & 0xFF;
+  const __m256i lead = _mm256_or_si256(_mm256_srli_epi16(a, 6), _mm256_set1_epi16(0xC0));
+  const __m256i tail =
+      _mm256_or_si256(_mm256_and_si256(a, _mm256_set1_epi16(0x3F)), _mm256_set1_epi16(0x80));
+  const __m256i two = _mm256_or_si256(lead, _mm256_slli_epi16(tail, 8));
+  const __m256i lanes = _mm256_blendv_epi8(two, a, ascii);
+  const __m256i packed =
+      _mm256_shuffle_epi8(lanes, TableShuffles(kUtf16Tables.pack12[m0], kUtf16Tables.pack12[m1]));
+  StoreHalves(packed, kUtf16Tables.length12[m0], dst);
+  return kUtf16Tables.length12[m0] + kUtf16Tables.length12[m1];
+}
+
+// Eight units in 32-bit lanes as their three-byte sequences (first byte lowest).
+__attribute__((target("avx2"), always_inline)) inline __m256i ThreeBytes(__m256i u) {
+  const __m256i low6 =
+      _mm256_or_si256(_mm256_and_si256(u, _mm256_set1_epi32(0x3F)), _mm256_set1_epi32(0x80));
+  const __m256i mid6 = _mm256_or_si256(
+      _mm256_and_si256(_mm256_srli_epi32(u, 6), _mm256_set1_epi32(0x3F)), _mm256_set1_epi32(0x80));
+  return _mm256_or_si256(_mm256_or_si256(_mm256_srli_epi32(u, 12), _mm256_set1_epi32(0xE0)),
+                         _mm256_or_si256(_mm256_slli_epi32(mid6, 8), _mm256_slli_epi32(low6, 16)));
+}
+
+// Sixteen units (no surrogates in the standard form) as one- to three-byte sequences at `dst`
+// (up to 52 bytes are stored); returns the bytes of the sequences. The units are widened to 32-bit
+// lanes in two vectors: `units[0]` holds units 0-3 and 8-11, `units[1]` units 4-7 and 12-15. With
+// `kAllThree` every unit is from 0x800 up, and the shuffle is always the same.
+template <bool kAllThree>
+__attribute__((target("avx2"), always_inline)) inline unsigned EncodeUnitsAvx2(__m256i a,
+                                                                               unsigned char* dst) {
+  const __m256i zero = _mm256_setzero_si256();
+  const __m256i units[2] = {_mm256_unpacklo_epi16(a, zero), _mm256_unpackhi_epi16(a, zero)};
+  __m256i packed[2];
+  unsigned lengths[4];  // units 0-3, 4-7, 8-11, 12-15
+  for (int k = 0; k < 2; ++k) {
+    const __m256i u = units[k];
+    const __m256i three = ThreeBytes(u);
+    if (kAllThree) {
+      const __m128i shuffle =
+          _mm_load_si128(reinterpret_cast<const __m128i*>(kUtf16Tables.pack123[0]));
+      packed[k] = _mm256_shuffle_epi8(three, _mm256_broadcastsi128_si256(shuffle));
+      lengths[k] = lengths[k + 2] = 12;
       continue;
     }
-    if (kStandard) {
-      const __m128i top5 = _mm_and_si128(a, _mm_set1_epi16(static_cast<short>(0xF800)));
-      if (!_mm_testz_si128(_mm_cmpeq_epi16(top5, _mm_set1_epi16(static_cast<short>(0xD800))),
-                           _mm_set1_epi16(-1))) {
-        // Surrogates: these eight units one by one (a pair may end one unit past them).
-        unsigned local = 0;
-        const bool paired = Utf16Scalar<true>(p, p + 16, end, stage + staged, local, out_size - w);
-        staged += local, w += local;
-        if (!paired) break;
-        continue;
+    const __m256i low6 =
+        _mm256_or_si256(_mm256_and_si256(u, _mm256_set1_epi32(0x3F)), _mm256_set1_epi32(0x80));
+    const __m256i two =
+        _mm256_or_si256(_mm256_or_si256(_mm256_srli_epi32(u, 6), _mm256_set1_epi32(0xC0)),
+                        _mm256_slli_epi32(low6, 8));
+    const __m256i is1 = _mm256_cmpgt_epi32(_mm256_set1_epi32(0x80), u);
+    const __m256i is2 = _mm256_cmpgt_epi32(_mm256_set1_epi32(0x800), u);
+    const __m256i lanes = _mm256_blendv_epi8(_mm256_blendv_epi8(three, two, is2), u, is1);
+    const auto m1 = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(is1)));
+    const auto m2 = static_cast<unsigned>(_mm256_movemask_ps(_mm256_castsi256_ps(is2)));
+    const unsigned first = (m1 & 0xF) | (m2 & 0xF) << 4, second = (m1 >> 4) | (m2 & 0xF0);
+    packed[k] = _mm256_shuffle_epi8(
+        lanes, TableShuffles(kUtf16Tables.pack123[first], kUtf16Tables.pack123[second]));
+    lengths[k] = kUtf16Tables.length123[first];
+    lengths[k + 2] = kUtf16Tables.length123[second];
+  }
+  unsigned length = 0;
+  for (int k = 0; k < 4; ++k) {
+    const __m256i v = packed[k & 1];
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(dst + length),
+                     k < 2 ? _mm256_castsi256_si128(v) : _mm256_extracti128_si256(v, 1));
+    length += lengths[k];
+  }
+  return length;
+}
+
+// Eight surrogate pairs (a lead unit, then a trail unit, in each 32-bit lane) as four-byte
+// sequences.
+__attribute__((target("avx2"), always_inline)) inline __m256i EncodePairsAvx2(__m256i pairs) {
+  const __m256i ten = _mm256_set1_epi32(0x3FF);
+  const __m256i six = _mm256_set1_epi32(0x3F);
+  const __m256i value =
+      _mm256_add_epi32(_mm256_or_si256(_mm256_slli_epi32(_mm256_and_si256(pairs, ten), 10),
+                                       _mm256_and_si256(_mm256_srli_epi32(pairs, 16), ten)),
+                       _mm256_set1_epi32(0x10000));
+  const __m256i b0 = _mm256_srli_epi32(value, 18);
+  const __m256i b1 = _mm256_slli_epi32(_mm256_and_si256(_mm256_srli_epi32(value, 12), six), 8);
+  const __m256i b2 = _mm256_slli_epi32(_mm256_and_si256(_mm256_srli_epi32(value, 6), six), 16);
+  const __m256i b3 = _mm256_slli_epi32(_mm256_and_si256(value, six), 24);
+  const __m256i marks = _mm256_set1_epi32(static_cast<int>(0x808080F0u));
+  return _mm256_or_si256(_mm256_or_si256(_mm256_or_si256(b0, b1), _mm256_or_si256(b2, b3)), marks);
+}
+
+// One step of sixteen units, or 32 when they and the next 16 are ASCII. False at a surrogate
+// without its pair (standard form).
+template <bool kStandard>
+__attribute__((target("avx2"), always_inline)) inline bool WideBlockAvx2(const unsigned char*& p,
+                                                                         const unsigned char* end,
+                                                                         StagedOutput& o) {
+  const __m256i not_ascii = _mm256_set1_epi16(static_cast<short>(0xFF80));
+  const __m256i top5_mask = _mm256_set1_epi16(static_cast<short>(0xF800));
+  const __m256i a = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p));
+  if (_mm256_testz_si256(a, not_ascii)) {
+    if (end - p >= 64) {
+      const __m256i b = _mm256_loadu_si256(reinterpret_cast<const __m256i*>(p + 32));
+      if (_mm256_testz_si256(b, not_ascii)) {
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(o.Next()),
+                            _mm256_permute4x64_epi64(_mm256_packus_epi16(a, b), 0xD8));
+        o.Add(32);
+        p += 64;
+        return true;
       }
     }
-    const unsigned length =
-        _mm_testz_si128(a, _mm_set1_epi16(static_cast<short>(0xF800)))  // all below 0x800
-            ? EncodeBelow800(a, stage + staged)
-            : EncodeUnits(a, stage + staged);
-    staged += length, w += length;
-    p += 16;
+    _mm_storeu_si128(
+        reinterpret_cast<__m128i*>(o.Next()),
+        _mm256_castsi256_si128(_mm256_permute4x64_epi64(_mm256_packus_epi16(a, a), 0x08)));
+    o.Add(16);
+    p += 32;
+    return true;
   }
-  flush();
-  Utf16Scalar<kStandard>(p, end, end, out, w, out_size);
+  const __m256i top5 = _mm256_and_si256(a, top5_mask);
+  if (kStandard &&
+      !_mm256_testz_si256(_mm256_cmpeq_epi16(top5, _mm256_set1_epi16(static_cast<short>(0xD800))),
+                          _mm256_set1_epi16(-1))) {
+    const __m256i top6 = _mm256_and_si256(a, _mm256_set1_epi16(static_cast<short>(0xFC00)));
+    const auto leads = static_cast<unsigned>(_mm256_movemask_epi8(
+        _mm256_cmpeq_epi16(top6, _mm256_set1_epi16(static_cast<short>(0xD800)))));
+    const auto trails = static_cast<unsigned>(_mm256_movemask_epi8(
+        _mm256_cmpeq_epi16(top6, _mm256_set1_epi16(static_cast<short>(0xDC00)))));
+    if (leads == 0x33333333u && trails == 0xCCCCCCCCu) {  // eight pairs (emoji)
+      _mm256_storeu_si256(reinterpret_cast<__m256i*>(o.Next()), EncodePairsAvx2(a));
+      o.Add(32);
+      p += 32;
+      return true;
+    }
+    // Other surrogates: these 16 units one by one (a pair may end one unit past them).
+    unsigned local = 0;
+    const bool paired = Utf16Scalar<true>(p, p + 32, end, o.Next(), local, o.Room());
+    o.Add(local);
+    return paired;
+  }
+  if (_mm256_testz_si256(a, top5_mask)) {
+    o.Add(EncodeBelow800Avx2(a, o.Next()));
+  } else if (_mm256_testz_si256(_mm256_cmpeq_epi16(top5, _mm256_setzero_si256()),
+                                _mm256_set1_epi16(-1))) {
+    o.Add(EncodeUnitsAvx2<true>(a, o.Next()));
+  } else {
+    o.Add(EncodeUnitsAvx2<false>(a, o.Next()));
+  }
+  p += 32;
+  return true;
+}
+
+// The same as Utf16ToUtf8Sse, with steps of 16 units first.
+template <bool kStandard>
+__attribute__((target("avx2"))) void Utf16ToUtf8Avx2(unsigned char* out, unsigned out_size,
+                                                     const unsigned char* in, unsigned in_size,
+                                                     unsigned& written, unsigned& consumed) {
+  StagedOutput o;
+  o.out = out;
+  o.out_size = out_size;
+  o.w = 0;
+  o.staged = 0;
+  const unsigned char* p = in;
+  const unsigned char* const end = in + in_size;
+  bool common = true;
+  while (common && end - p >= kWideBlockInput && o.Room() >= kWideBlockRoom) {
+    o.MakeRoom();
+    common = WideBlockAvx2<kStandard>(p, end, o);
+  }
+  while (common && end - p >= kWideStepInput && o.Room() >= kWideStepRoom) {
+    o.MakeRoom();
+    common = WideStep<kStandard>(p, end, o);
+  }
+  o.Flush();
+  unsigned w = o.w;
+  if (common) Utf16Scalar<kStandard>(p, end, end, out, w, out_size);
   written = w;
   consumed = static_cast<unsigned>(p - in);
 }
@@ -1007,6 +1225,9 @@ void Utf8ToUtf16Run(unsigned char* out, unsigned out_size, const unsigned char* 
 void Utf16ToUtf8Run(unsigned char* out, unsigned out_size, const unsigned char* in,
                     unsigned in_size, unsigned& written, unsigned& consumed) {
 #if KIV_FAST_X86
+  if (in_size >= kWideBlockInput && HaveAvx2()) {
+    return Utf16ToUtf8Avx2<false>(out, out_size, in, in_size, written, consumed);
+  }
   if (in_size >= 16 && HaveSse41()) {
     return Utf16ToUtf8Sse<false>(out, out_size, in, in_size, written, consumed);
   }
@@ -1027,6 +1248,9 @@ void StandardUtf8ToUtf16Run(unsigned char* out, unsigned out_size, const unsigne
 void Utf16ToStandardUtf8Run(unsigned char* out, unsigned out_size, const unsigned char* in,
                             unsigned in_size, unsigned& written, unsigned& consumed) {
 #if KIV_FAST_X86
+  if (in_size >= kWideBlockInput && HaveAvx2()) {
+    return Utf16ToUtf8Avx2<true>(out, out_size, in, in_size, written, consumed);
+  }
   if (in_size >= 16 && HaveSse41()) {
     return Utf16ToUtf8Sse<true>(out, out_size, in, in_size, written, consumed);
   }
