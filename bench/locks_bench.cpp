@@ -1,5 +1,5 @@
-// Uncontended lock and unlock: ObjectLock (a virtual call through the handle, the users count and
-// a recursive critical section) against std::recursive_mutex.
+// Uncontended lock and unlock: ObjectLock (a virtual call through the handle, then the users
+// count, which is also the lock's gate) against std::recursive_mutex.
 #include <kiv/locks.h>
 
 #include <benchmark/benchmark.h>

@@ -19,7 +19,9 @@ inline constexpr std::uint32_t kWaitFailed = 0xFFFFFFFF;  // the platform object
 // A timeout for Wait and Lock that sets no limit (any negative value does).
 inline constexpr std::int64_t kWaitForever = -1;
 
-// A re-entrant lock: the holding thread may lock again, and each Lock needs its Unlock.
+// A re-entrant lock: the holding thread may lock again, and each Lock needs its Unlock. An Unlock
+// that leaves the lock free while others wait hands it to one of them: the unlocking thread cannot
+// take it back ahead of them.
 struct KIV_EXPORT ObjectLockItf : public virtual RefCount {
   ~ObjectLockItf() override;
   // Waits without limit; `timeout` is accepted for the interface's sake and ignored.

@@ -1,5 +1,5 @@
-// The lock and condition implementations: thin layers over the platform's critical sections and
-// auto-reset events.
+// The lock and condition implementations: a re-entrant lock over an interlocked count and the
+// platform's semaphore, and conditions over the platform's auto-reset events.
 #ifndef KIV_SRC_CORE_LOCKS_IMPL_H_
 #define KIV_SRC_CORE_LOCKS_IMPL_H_
 
