@@ -8,6 +8,8 @@
 #include <new>
 #include <vector>
 
+#include "support/test_support.h"
+
 namespace {
 
 // While set, array allocations on this thread fail (the vector's growth is the only one here).
@@ -30,16 +32,8 @@ void operator delete[](void* p, const std::nothrow_t&) noexcept { std::free(p); 
 
 namespace kiv {
 
-// A counted element that knows how many of its kind are alive.
-class Item : public RefCount {
- public:
-  explicit Item(int value) : value(value) { ++live; }
-  ~Item() override { --live; }
-  const int value;
-  static inline int live = 0;
-};
-
-int V(const Object& o) { return dynamic_cast<const Item*>(o.Get())->value; }
+using testing::Item;
+using testing::V;
 
 std::vector<int> Contents(const Container& c) {
   std::vector<int> out;
@@ -54,13 +48,7 @@ Container Filled(Container c, int n) {
 
 template <class F>
 std::int64_t BoundsIndex(F f) {
-  try {
-    f();
-  } catch (const BoundsException& e) {
-    return e.What();
-  }
-  ADD_FAILURE() << "no BoundsException";
-  return 0;
+  return testing::ThrownWhat<BoundsException>(f);
 }
 
 class BothKinds : public ::testing::TestWithParam<bool> {

@@ -19,10 +19,12 @@
 
 namespace {
 
+using kiv::testing::Bytes;
 using kiv::testing::FakeInput;
 using kiv::testing::FakeOutput;
 using kiv::testing::ReadAll;
 using kiv::testing::ThrownText;
+using kiv::testing::Wide;
 
 std::string Decode(const std::string& wire, unsigned count) {
   return ReadAll(kiv::ChunkedSyncIOStreamExp::Make(kiv::SyncInputStream(new FakeInput(wire))),
@@ -192,23 +194,15 @@ TEST(LoggingInput, LogsWhatIsReadAndMarkerMoves) {
   EXPECT_THROW(plain->ToStreamMarker(), kiv::NotRandomAccessException);
 }
 
-std::string Bytes(const kiv::String& s) {
-  return std::string(static_cast<const char*>(s->GetData()), s->ByteLength());
-}
-
-// Lines of characters of one to four bytes in UTF-8, and the same in UTF-16.
+// Lines of characters of one to four bytes in UTF-8.
 std::string Utf8Sample(int lines) {
   std::string s;
   for (int i = 0; i < lines; ++i) s += "a\xC3\xA9\xE2\x82\xAC\xF0\x9F\x98\x80 line\n";
   return s;
 }
-kiv::String Utf16Of(const std::string& utf8) {
-  return kiv::String(kiv::TextEncodingExp::MakeUTF8(), utf8.data(), unsigned(utf8.size()))
-      ->Encode(kiv::TextEncodingExp::MakeUTF16());
-}
 
 TEST(ConvertingInput, DeliversWhatTheBlockConverterMakesWhateverTheReadSizes) {
-  const std::string text = Utf8Sample(200), expected = Bytes(Utf16Of(text));
+  const std::string text = Utf8Sample(200), expected = Bytes(Wide(text.c_str()));
   for (unsigned read_size : {1u, 3u, 1000u}) {
     for (unsigned max_read : {1u, UINT_MAX}) {
       kiv::SyncInputStream in =
@@ -253,7 +247,7 @@ TEST(ConvertingInput, ThrowsTheNeededSizeWhenEvenTheOverflowStoreFails) {
 }
 
 TEST(ConvertingOutput, ConvertsLargeWritesAndDropsAnIncompleteTail) {
-  const kiv::String wide = Utf16Of(Utf8Sample(600));
+  const kiv::String wide = Wide(Utf8Sample(600).c_str());
   // What the block converter makes of it (it writes surrogates one by one).
   const std::string text = Bytes(wide->Encode(kiv::TextEncodingExp::MakeUTF8()));
   auto* raw = new FakeOutput();

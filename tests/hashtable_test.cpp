@@ -11,24 +11,11 @@
 namespace kiv {
 namespace {
 
+using testing::Item;
+using testing::V;
 using testing::Wide;
 
-// A counted value that knows how many of its kind are alive.
-class Item : public RefCount {
- public:
-  explicit Item(int v) : value(v) { ++live; }
-  ~Item() override { --live; }
-  const int value;
-  static inline int live = 0;
-};
-
-int V(const Object& o) { return dynamic_cast<const Item*>(o.Get())->value; }
-
-std::vector<std::string> KeysOf(const ConstHashtable& t) {
-  std::vector<std::string> out;
-  for (String key : t->Keys()) out.push_back(key.ToUTF8());
-  return out;
-}
+std::vector<std::string> KeysOf(const ConstHashtable& t) { return testing::Strings(t->Keys()); }
 
 // The reference arithmetic, written with 64-bit intermediates and explicit wrapping.
 std::uint32_t ReferenceHash(const std::vector<unsigned short>& s) {

@@ -11,6 +11,7 @@
 #include <regex>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/test_support.h"
@@ -58,18 +59,19 @@ class LogTest : public ::testing::Test {
 
 TEST_F(LogTest, ConfigurationSetsTheThresholdButNeverLetsDebugThrough) {
   EXPECT_EQ(Passing(), "12");  // the defaults: errors and worse
-  Configure("logs/application/level: warn\n");
-  EXPECT_EQ(Passing(), "123");
-  Configure("logs/application/level: DEBUG\n");
-  EXPECT_EQ(Passing(), "1234");
-  Configure("logs/application/level: verbose\n");  // no level word: unchanged
-  EXPECT_EQ(Passing(), "1234");
-  Configure("logs/application/level: fatal\nlogs/application/enabled: false\n");
-  EXPECT_EQ(Passing(), "");
-  Configure("logs/application/level: fatal\nlogs/application/enabled: perhaps\n");
-  EXPECT_EQ(Passing(), "");  // no boolean: unchanged
-  Configure("logs/application/level: fatal\n");
-  EXPECT_EQ(Passing(), "1");  // unset: enabled again
+  // Each configuration after the one before: level, then the enabled flag.
+  const std::pair<const char*, const char*> kSteps[] = {
+      {"warn", "123"},
+      {"DEBUG", "1234"},
+      {"verbose", "1234"},  // no level word: unchanged
+      {"fatal\nlogs/application/enabled: false", ""},
+      {"fatal\nlogs/application/enabled: perhaps", ""},  // no boolean: unchanged
+      {"fatal", "1"},                                    // unset: enabled again
+  };
+  for (const auto& [setting, passing] : kSteps) {
+    Configure(std::string("logs/application/level: ") + setting + "\n");
+    EXPECT_EQ(Passing(), passing) << setting;
+  }
   Configure("logs/application/level: debug\n");
   sink_->text.clear();
   Writer debug = DebugWriterExp::Make(true);

@@ -17,6 +17,7 @@ namespace kiv {
 namespace {
 
 using testing::FunctionTask;
+using testing::Strings;
 using testing::Utf8;
 using testing::Wide;
 
@@ -25,12 +26,6 @@ template <class Tree>
 std::string First(const Tree& tree, const char* path) {
   auto node = tree->Get(Wide(path));
   return node->Count() == 0 ? "-" : Utf8(String(node->GetElement(0)));
-}
-
-std::string Names(Enumeration names) {
-  std::string out;
-  while (names->HasMoreElements()) out += Utf8(String(names->NextElement())) + " ";
-  return out;
 }
 
 // Defaults: a/x = dx, a/y = dy, b = db; the file overrides a/x and adds a/z and c.
@@ -58,8 +53,8 @@ TEST_F(PreferencesTest, FirstLevelHidesDefaultsWholeAndIsPrivateUntilPublished) 
   Ref<ModifiablePreferencesItf> prefs = PreferencesExp::MakeModifiable();
   EXPECT_EQ(prefs->Get(Wide("a/x"))->Count(), 2);  // never merged with the default
   EXPECT_EQ(First(prefs, "a/x") + First(prefs, "a/y") + First(prefs, "b"), "fx1dydb");
-  EXPECT_EQ(Names(prefs->Keys()), "a c b ");
-  EXPECT_EQ(Names(prefs->Get(Wide("a"))->Keys()), "x z y ");
+  EXPECT_EQ(Strings(prefs->Keys()), (std::vector<std::string>{"a", "c", "b"}));
+  EXPECT_EQ(Strings(prefs->Get(Wide("a"))->Keys()), (std::vector<std::string>{"x", "z", "y"}));
   // A node in both levels falls back further down; one only in the defaults is read-only.
   EXPECT_EQ(First(prefs->Get(Wide("a")), "y"), "dy");
   EXPECT_THROW(prefs->Get(Wide("b"))->AddLast(Wide("no")), AccessException);

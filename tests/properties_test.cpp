@@ -1,11 +1,10 @@
-// Properties text: parsing, storing, and round trips through files.
+// Properties text: parsing and storing.
 #include <kiv/containers.h>
 #include <kiv/hierhashtable.h>
 #include <kiv/numbers.h>
 #include <kiv/properties.h>
 #include <kiv/resource.h>
 
-#include <fstream>
 #include <string>
 
 #include "support/test_support.h"
@@ -13,6 +12,7 @@
 namespace kiv {
 namespace {
 
+using testing::Bytes;
 using testing::MakeReader;
 using testing::Wide;
 
@@ -23,11 +23,6 @@ const TextEncoding kUtf8 = TextEncodingExp::MakeUTF8();
 void Add(HierHashtable& tree, const std::string& bytes, const TextEncoding& encoding = kAscii) {
   Reader reader = MakeReader(bytes, encoding);
   PropertiesExp::Add(tree, reader);
-}
-
-// The bytes of a string in its own encoding.
-std::string Bytes(const String& s) {
-  return std::string(static_cast<const char*>(s->GetData()), s->ByteLength());
 }
 
 // Store's text, which fuzz/properties_fuzz.cpp holds to the tree, stands for the tree parsed.
@@ -65,7 +60,9 @@ TEST(PropertiesParse, FollowsTheLineRulesInEveryEncoding) {
   EXPECT_EQ(Store(tree), "a: 1\nb: 2, 3\n");
 }
 
-TEST(PropertiesParse, AddAccumulatesAndLoadStartsAfresh) {
+// Loading a file through a resource: preferences_test, which publishes files so; the text of a
+// failure to open one: resource_test.
+TEST(PropertiesParse, AddAccumulatesAndLoadStartsAfreshEvenWhenItsFileCannotBeOpened) {
   HierHashtable tree = HierHashtableExp::Make();
   Add(tree, "k: v\n");
   Add(tree, "k: v\n");
@@ -75,6 +72,10 @@ TEST(PropertiesParse, AddAccumulatesAndLoadStartsAfresh) {
   PropertiesExp::Load(tree, reader);
   EXPECT_EQ(tree->Count(), 0);
   EXPECT_EQ(Store(tree), "j: w\n");
+  testing::ScopedTempDir dir;
+  EXPECT_THROW(PropertiesExp::Load(tree, SyncResourceExp::Make(Wide("nope.properties")), kUtf8),
+               ResourceOSException);
+  EXPECT_FALSE(tree->Keys()->HasMoreElements());
 }
 
 TEST(PropertiesParse, BadKeysStopTheLoadWithWhatCameBeforeKept) {
@@ -99,26 +100,6 @@ TEST(PropertiesStore, WritesDepthFirstWithSlashesAndNoRootValues) {
   EXPECT_EQ(Store(tree), "a/b: 1, 2\na/c/d: x,y\nz: \n");
   tree->Get(Wide("z"))->AddLast(new Integer32(4));
   EXPECT_THROW(Store(tree), BadCastException);
-}
-
-TEST(PropertiesFiles, LoadAndStoreThroughRealFiles) {
-  testing::ScopedTempDir dir;
-  std::ofstream("in.properties", std::ios::binary) << "# header\r\nport: 8080\r\nnames: a, b\r\n";
-  HierHashtable tree = HierHashtableExp::Make();
-  PropertiesExp::Load(tree, SyncResourceExp::Make(Wide("in.properties")), kUtf8);
-  Resource out = SyncResourceExp::Make(Wide("out.properties"));
-  CommitSyncOutputStream stream = out->OpenCommitOutputStream();
-  Writer writer = WriterExp::Make(kUtf8, stream);
-  PropertiesExp::Store(tree, writer);
-  writer->Flush();
-  stream->Commit();
-  EXPECT_EQ(testing::ReadFile("out.properties"), "port: 8080\nnames: a, b\n");
-
-  // A missing file fails as opening it fails (resource_test checks the text); Load has emptied
-  // the tree first.
-  EXPECT_THROW(PropertiesExp::Load(tree, SyncResourceExp::Make(Wide("nope.properties")), kUtf8),
-               ResourceOSException);
-  EXPECT_FALSE(tree->Keys()->HasMoreElements());
 }
 
 }  // namespace

@@ -23,7 +23,7 @@ HierHashtable Holding(const String& value) {
   return node;
 }
 
-TEST(Registry, FixedPaths) {
+TEST(Registry, FixedPathsAndNamedStrings) {
   HierHashtable root = RegistryExp::MakeRegistry();
   EXPECT_EQ(root.Get(), RegistryExp::MakeRegistry().Get());
   HierHashtable data = RegistryExp::MakeDataConverterRegistry();
@@ -43,6 +43,17 @@ TEST(Registry, FixedPaths) {
   EXPECT_EQ(root->Get(Wide("kivtest/static")).Get(), entry->GetNode().Get());
   EXPECT_TRUE(entry->GetNode()->IsCaseInsensitive());
   root->Remove(Wide("kivtest"), 0);
+
+  // A named string is the first value at its path, else the default (or empty).
+  root->MakePath(Wide("kivnamed/value"), 0x1FF, 0)->AddLast(Wide("configured"));
+  EXPECT_EQ(Utf8(NamedString(Wide("kivnamed/value"), Wide("default"))), "configured");
+  NamedString missing(Wide("kivnamed/absent"));
+  EXPECT_TRUE(missing->IsEmpty());
+  EXPECT_EQ(missing->GetEncoding().Get(), TextEncodingExp::MakeAppDefault().Get());
+  EXPECT_EQ(Utf8(NamedString(Wide("kivnamed/absent"), Wide("default"))), "default");
+  EXPECT_EQ(Utf8(NamedString(Wide("kivnamed"), Wide("default"))), "default");  // no value
+  EXPECT_EQ(Utf8(NamedString(Wide("kivnamed/../x"), Wide("default"))), "default");
+  root->Remove(Wide("kivnamed"), 0);
 }
 
 TEST(Registry, EnvironmentTable) {
@@ -53,16 +64,14 @@ TEST(Registry, EnvironmentTable) {
   EXPECT_EQ(Utf8(String(env->Get(Wide("KIV_REGISTRY_PROBE"))->First())), "probe-value");
   EXPECT_EQ(Utf8(NamedString(Wide("shell/env/KIV_REGISTRY_PROBE"))), "probe-value");
 
-  std::set<std::string> expected, keys;
+  std::set<std::string> expected;
   for (char** e = environ; *e != nullptr; ++e) {
     // Windows keeps each drive's current directory under a name starting with "=" ("=C:").
     const std::string entry(*e);
     if (entry.find('=') != 0) expected.insert(entry.substr(0, entry.find('=')));
   }
-  for (Ref<EnumerationItf> k = env->Keys(); k->HasMoreElements();) {
-    keys.insert(Utf8(String(k->NextElement())));
-  }
-  EXPECT_EQ(keys, expected);
+  const std::vector<std::string> keys = testing::Strings(env->Keys());
+  EXPECT_EQ(std::set<std::string>(keys.begin(), keys.end()), expected);
 
   // Changes go to the runtime's environment.
   EXPECT_FALSE(!!env->Put(Wide("KIV_REGISTRY_SET"), Holding(Wide("caf\xC3\xA9"))));
@@ -78,24 +87,12 @@ TEST(Registry, EnvironmentTable) {
   testing::UnsetEnv("KIV_REGISTRY_PROBE");
 }
 
-TEST(Registry, NamedStrings) {
-  HierHashtable root = RegistryExp::MakeRegistry();
-  root->MakePath(Wide("kivnamed/value"), 0x1FF, 0)->AddLast(Wide("configured"));
-  EXPECT_EQ(Utf8(NamedString(Wide("kivnamed/value"), Wide("default"))), "configured");
-  NamedString missing(Wide("kivnamed/absent"));
-  EXPECT_TRUE(missing->IsEmpty());
-  EXPECT_EQ(missing->GetEncoding().Get(), TextEncodingExp::MakeAppDefault().Get());
-  EXPECT_EQ(Utf8(NamedString(Wide("kivnamed/absent"), Wide("default"))), "default");
-  EXPECT_EQ(Utf8(NamedString(Wide("kivnamed"), Wide("default"))), "default");  // no value
-  EXPECT_EQ(Utf8(NamedString(Wide("kivnamed/../x"), Wide("default"))), "default");
-  root->Remove(Wide("kivnamed"), 0);
-}
-
 TEST(Registry, EncodingsAndConvertersByName) {
   for (auto [name, make] : {std::pair{"ascii", &TextEncodingExp::MakeAscii},
                             {"utf-8", &TextEncodingExp::MakeUTF8},
                             {"utf-16", &TextEncodingExp::MakeUTF16},
-                            {"utf-32", &TextEncodingExp::MakeUTF32}}) {
+                            {"utf-32", &TextEncodingExp::MakeUTF32},
+                            {"utf-8-standard", &TextEncodingExp::MakeStandardUTF8}}) {
     SCOPED_TRACE(name);
     TextEncoding encoding = make();
     EXPECT_EQ(TextEncodingExp::Make(Wide(name)).Get(), encoding.Get());

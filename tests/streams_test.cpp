@@ -35,12 +35,7 @@ std::string ReadSome(SyncInputStream& s, unsigned count) {
 }
 
 std::int64_t BoundsPayload(StreamMarkerItf& m, std::int64_t pos) {
-  try {
-    m.SetPosition(pos);
-  } catch (const BoundsException& e) {
-    return e.What();
-  }
-  return -12345;
+  return testing::ThrownWhat<BoundsException>([&] { m.SetPosition(pos); });
 }
 
 TEST(BufferStreams, EdgesAndMarkers) {

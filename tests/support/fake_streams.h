@@ -69,8 +69,8 @@ class FakeInput : public SyncInputStreamItf {
   std::size_t at_ = 0, off_ = 0, next_ = 0;
 };
 
-// Records what it is given; takes at most `max_write` bytes per write and `budget` in all, and
-// throws IOCanceledException from every write while `fails` is set.
+// Records what it is given, in all and write by write; takes at most `max_write` bytes per write
+// and `budget` in all, and throws IOCanceledException from every write while `fails` is set.
 class FakeOutput : public SyncOutputStreamItf {
  public:
   explicit FakeOutput(unsigned budget = UINT_MAX, unsigned max_write = UINT_MAX)
@@ -82,11 +82,13 @@ class FakeOutput : public SyncOutputStreamItf {
     const unsigned n = std::min({count, budget_, max_write_});
     budget_ -= n;
     text.append(static_cast<const char*>(src), n);
+    if (n > 0) pieces.emplace_back(static_cast<const char*>(src), n);
     return n;
   }
   void Flush() override { ++flushes; }
 
   std::string text;
+  std::vector<std::string> pieces;  // what each write took, writes that took nothing left out
   int writes = 0;
   int flushes = 0;
   bool fails = false;

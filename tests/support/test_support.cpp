@@ -24,14 +24,23 @@ namespace kiv::testing {
 
 std::string Utf8(const String& s) {
   if (!s) return "<null>";
-  String u = s->Encode(TextEncodingExp::MakeUTF8());
-  return std::string(static_cast<const char*>(u->GetData()), u->ByteLength());
+  return Bytes(s->Encode(TextEncodingExp::MakeUTF8()));
 }
 
 String Wide(const char* utf8) {
   String u(TextEncodingExp::MakeUTF8(), const_cast<char*>(utf8),
            static_cast<unsigned>(std::strlen(utf8)));
   return u->Encode(TextEncodingExp::MakeUTF16());
+}
+
+std::string Bytes(const String& s) {
+  return std::string(static_cast<const char*>(s->GetData()), s->ByteLength());
+}
+
+std::vector<std::string> Strings(const Ref<EnumerationItf>& elements) {
+  std::vector<std::string> out;
+  for (String s : elements) out.push_back(Utf8(s));
+  return out;
 }
 
 ScopedTempDir::ScopedTempDir() : previous_(std::filesystem::current_path().string()) {

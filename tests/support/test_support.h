@@ -3,6 +3,7 @@
 #define KIV_TESTS_SUPPORT_TEST_SUPPORT_H_
 
 #include <gtest/gtest.h>
+#include <kiv/containers.h>
 #include <kiv/encodings.h>
 #include <kiv/exception.h>
 #include <kiv/streams.h>
@@ -12,7 +13,9 @@
 
 #include <functional>
 #include <string>
+#include <string_view>
 #include <utility>
+#include <vector>
 
 #include "support/fake_streams.h"
 
@@ -22,6 +25,24 @@ namespace kiv::testing {
 std::string Utf8(const String& s);
 // A UTF-16 string of UTF-8 text.
 String Wide(const char* utf8);
+// The bytes of a string in its own encoding.
+std::string Bytes(const String& s);
+// The bytes of UTF-16 units.
+inline std::string U16(std::u16string_view units) {
+  return std::string(reinterpret_cast<const char*>(units.data()), 2 * units.size());
+}
+// What an enumeration hands out (keys, elements, split pieces), each as UTF-8.
+std::vector<std::string> Strings(const Ref<EnumerationItf>& elements);
+
+// A counted value that knows how many of its kind are alive.
+class Item : public RefCount {
+ public:
+  explicit Item(int v) : value(v) { ++live; }
+  ~Item() override { --live; }
+  const int value;
+  static inline int live = 0;
+};
+inline int V(const Object& o) { return dynamic_cast<const Item*>(o.Get())->value; }
 // Runs the enclosing scope in a fresh temporary directory (the current directory is restored and
 // the temporary one removed at the end).
 class ScopedTempDir {
@@ -45,6 +66,18 @@ std::string ThrownText(F&& f) {
   }
   ADD_FAILURE() << "nothing thrown";
   return "";
+}
+
+// The payload (What) of the E that `f` throws; a test failure when it throws nothing.
+template <class E, class F>
+auto ThrownWhat(F&& f) -> decltype(std::declval<const E&>().What()) {
+  try {
+    f();
+  } catch (const E& e) {
+    return e.What();
+  }
+  ADD_FAILURE() << "nothing thrown";
+  return {};
 }
 
 // The process environment with names and values as UTF-8, through the runtime's own functions
