@@ -188,6 +188,19 @@ std::int32_t ChunkedSyncInStreamImpl::NextByte(SyncInputStreamItf& in, std::int6
   return byte;
 }
 
+inline bool ChunkedSyncInStreamImpl::SizeLineInPlace(Window& window) noexcept {
+  if (line_length_ != 0) return false;
+  const unsigned char* bytes = window.Take(0);
+  const unsigned left = std::min(window.Left(), kLineSize);
+  for (unsigned n = 0; n < left; ++n) {
+    if (bytes[n] != 10) continue;
+    if (!AcceptLine(bytes, n)) return false;
+    window.Take(n + 1);
+    return true;
+  }
+  return false;
+}
+
 bool ChunkedSyncInStreamImpl::ReadSizeLine(SyncInputStreamItf& in, std::int64_t timeout,
                                            Window& window) {
   for (;;) {
@@ -223,11 +236,6 @@ bool ChunkedSyncInStreamImpl::ReadSizeLine(SyncInputStreamItf& in, std::int64_t 
 
 void ChunkedSyncInStreamImpl::ReadChunkEnd(SyncInputStreamItf& in, std::int64_t timeout,
                                            Window& window) {
-  if (chunk_end_left_ == 2 && window.Left() >= 2) {  // the usual case: both bytes are buffered
-    const unsigned char* end = window.Take(2);
-    chunk_end_left_ = 0;
-    if (end[0] != 13 || end[1] != 10) chunk_end_bad_ = true;
-  }
   while (chunk_end_left_ > 0) {
     const std::int32_t byte = NextByte(in, timeout, window);
     if (byte != (chunk_end_left_ == 2 ? 13 : 10)) chunk_end_bad_ = true;
@@ -245,7 +253,9 @@ unsigned ChunkedSyncInStreamImpl::Read(void* dst, unsigned count, std::int64_t t
     ReadChunkEnd(in, timeout, window);
     if (end_) return 0;
   }
-  if (consumed_ == size_ && !ReadSizeLine(in, timeout, window)) return 0;
+  if (consumed_ == size_ && !SizeLineInPlace(window) && !ReadSizeLine(in, timeout, window)) {
+    return 0;
+  }
   if (end_) return 0;
   // KEPT: unless capped, a read is not cut at the rest of the chunk: a caller asking for more
   // receives the framing bytes that follow as data.
@@ -265,6 +275,11 @@ unsigned ChunkedSyncInStreamImpl::Read(void* dst, unsigned count, std::int64_t t
   got = std::min(got, count);
   consumed_ += got;
   if (consumed_ == size_) {
+    if (window.Left() >= 2) {  // the usual case, checked here without a call
+      const unsigned char* end = window.Take(2);
+      if (end[0] != 13 || end[1] != 10) end_ = true;
+      return got;
+    }
     chunk_end_left_ = 2;
     chunk_end_bad_ = false;
     try {

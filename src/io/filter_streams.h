@@ -104,6 +104,9 @@ class ChunkedSyncInStreamImpl : public SyncInputStreamWrapper {
 
  private:
   class Window;
+  // The usual case of ReadSizeLine, without its loop: a size line whole in the window with no
+  // partial line before it is accepted and taken (true); otherwise nothing is taken (false).
+  bool SizeLineInPlace(Window& window) noexcept;
   // Reads size lines until one is accepted (true) or the wrapped stream ends (false, end set).
   bool ReadSizeLine(SyncInputStreamItf& in, std::int64_t timeout, Window& window);
   // Reads what is left of the chunk's closing CR LF; a wrong byte or the end of data ends the
