@@ -390,10 +390,12 @@ __attribute__((target("sse4.1"))) inline bool FourByteWindow(__m128i v, __m128i*
 
 // Output state of a vector run: bytes go to `stage` first and are copied to `out` exactly.
 struct StagedOutput {
+  StagedOutput(unsigned char* to, unsigned size) noexcept : out(to), out_size(size) {}
+
   unsigned char* out;
   unsigned out_size;
-  unsigned w;       // output bytes, staged ones included
-  unsigned staged;  // bytes in `stage` not yet copied out
+  unsigned w = 0;       // output bytes, staged ones included
+  unsigned staged = 0;  // bytes in `stage` not yet copied out
   alignas(16) unsigned char stage[kStage + kStageSlack];
 
   unsigned char* Next() noexcept { return stage + staged; }
@@ -777,11 +779,7 @@ template <bool kStandard>
 __attribute__((target("sse4.1"))) void Utf8ToUtf16Sse(unsigned char* out, unsigned out_size,
                                                       const unsigned char* in, unsigned in_size,
                                                       unsigned& written, unsigned& consumed) {
-  StagedOutput o;
-  o.out = out;
-  o.out_size = out_size;
-  o.w = 0;
-  o.staged = 0;
+  StagedOutput o(out, out_size);
   const unsigned char* p = in;
   const unsigned char* const end = in + in_size;
   bool common = true;
@@ -924,37 +922,40 @@ __attribute__((target("sse4.1"), always_inline)) inline bool WideStep(const unsi
   return true;
 }
 
+// What both wide drivers end with: eight-unit steps from `p` while they fit, the staged bytes
+// copied out, then the rest unit by unit unless a step stopped at a lone surrogate (`common`
+// false). Inlined into each driver, so that the loop state stays in registers.
 template <bool kStandard>
-__attribute__((target("sse4.1"))) void Utf16ToUtf8Sse(unsigned char* out, unsigned out_size,
-                                                      const unsigned char* in, unsigned in_size,
-                                                      unsigned& written, unsigned& consumed) {
-  StagedOutput o;
-  o.out = out;
-  o.out_size = out_size;
-  o.w = 0;
-  o.staged = 0;
-  const unsigned char* p = in;
-  const unsigned char* const end = in + in_size;
-  bool common = true;
+__attribute__((target("sse4.1"), always_inline)) inline void FinishWide(
+    const unsigned char* in, const unsigned char* p, const unsigned char* end, bool common,
+    StagedOutput& o, unsigned& written, unsigned& consumed) {
   while (common && end - p >= kWideStepInput && o.Room() >= kWideStepRoom) {
     o.MakeRoom();
     common = WideStep<kStandard>(p, end, o);
   }
   o.Flush();
   unsigned w = o.w;
-  if (common) Utf16Scalar<kStandard>(p, end, end, out, w, out_size);
+  if (common) Utf16Scalar<kStandard>(p, end, end, o.out, w, o.out_size);
   written = w;
   consumed = static_cast<unsigned>(p - in);
+}
+
+template <bool kStandard>
+__attribute__((target("sse4.1"))) void Utf16ToUtf8Sse(unsigned char* out, unsigned out_size,
+                                                      const unsigned char* in, unsigned in_size,
+                                                      unsigned& written, unsigned& consumed) {
+  StagedOutput o(out, out_size);
+  FinishWide<kStandard>(in, in, in + in_size, true, o, written, consumed);
 }
 
 // Where the processor has AVX2, wide text is taken 16 units at a time (32 when ASCII), in the
 // forms that real text has whole blocks of: ASCII, units below 0x800, units from 0x800 up
 // (CJK text), any mix of one- to three-byte units (four units to a table shuffle) and, in the
 // standard form, eight surrogate pairs (emoji); other blocks with surrogates go unit by unit.
-// What is left near the end goes through the eight-unit steps, so they run here too. It has its
-// own copy of the driver (chosen for input of at least one block): as a loop called out of line
-// from the SSE4.1 driver, the stores through the stage made the compiler keep the loop's state in
-// memory, and ASCII took twice as long.
+// What is left near the end goes through the eight-unit steps (FinishWide), so they run here too.
+// It is a driver of its own (chosen for input of at least one block) rather than a loop called out
+// of line from the SSE4.1 driver: there the stores through the stage made the compiler keep the
+// loop's state in memory, and ASCII took twice as long.
 constexpr std::ptrdiff_t kWideBlockInput = 32;
 constexpr unsigned kWideBlockRoom = 48;
 
@@ -1130,11 +1131,7 @@ template <bool kStandard>
 __attribute__((target("avx2"))) void Utf16ToUtf8Avx2(unsigned char* out, unsigned out_size,
                                                      const unsigned char* in, unsigned in_size,
                                                      unsigned& written, unsigned& consumed) {
-  StagedOutput o;
-  o.out = out;
-  o.out_size = out_size;
-  o.w = 0;
-  o.staged = 0;
+  StagedOutput o(out, out_size);
   const unsigned char* p = in;
   const unsigned char* const end = in + in_size;
   bool common = true;
@@ -1142,15 +1139,7 @@ __attribute__((target("avx2"))) void Utf16ToUtf8Avx2(unsigned char* out, unsigne
     o.MakeRoom();
     common = WideBlockAvx2<kStandard>(p, end, o);
   }
-  while (common && end - p >= kWideStepInput && o.Room() >= kWideStepRoom) {
-    o.MakeRoom();
-    common = WideStep<kStandard>(p, end, o);
-  }
-  o.Flush();
-  unsigned w = o.w;
-  if (common) Utf16Scalar<kStandard>(p, end, end, out, w, out_size);
-  written = w;
-  consumed = static_cast<unsigned>(p - in);
+  FinishWide<kStandard>(in, p, end, common, o, written, consumed);
 }
 
 // Validation of 64-byte blocks that start at a character boundary: every byte checked against
